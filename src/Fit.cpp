@@ -1,0 +1,193 @@
+// The front of the fitting engine: construction, the method list, the console.
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "Fit.h"
+
+#include "Fatal.h"
+#include "Text.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <utility>
+
+// ---- construction ----
+
+Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef,
+         const Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
+         Random random)
+    : version_(std::move(version)),
+      funclib_(funclib),
+      method_(method),
+      pardef_(pardef),
+      calc_(calc),
+      xmgr_(xmgr),
+      output_file_(std::move(output_file)),
+      verbosity_(verbosity),
+      precision_(precision),
+      random_(random) {
+  const auto sets = static_cast<std::size_t>(pardef_.SETsize());
+  const auto parms = static_cast<std::size_t>(pardef_.PAR_size());
+  for (ParSet* set : {&work_, &best_, &saved_, &grid_, &random_start_, &trial_, &nested_trial_}) {
+    set->resize(sets, parms);
+  }
+  dydp_.resize(parms);
+  std_error_.resize(parms);
+  scratch_.resize(funclib_.Get_Rules().basePAR_size());
+  buildSetMats();
+  buildGlobalMat();
+  sizeWork();
+}
+
+void Fit::buildSetMats() {
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    set_mats_.push_back(localMat(set));
+    if (set_mats_.back().parms.empty()) {
+      std::cerr << "WARNING (" << pardef_.TITLE(set) << "): All parameters are fixed\n";
+    }
+  }
+}
+
+FitMat Fit::localMat(int set) const {
+  const std::vector<int>& parms = pardef_.parms(set);
+  std::vector<std::pair<int, int>> solved;  // parameter, row: ordered by parameter
+  for (std::size_t row = 0; row < parms.size(); ++row) {
+    const int parm = parms[row];
+    if (!pardef_.elem(parm).IsLocalNonFIXED(set) || !pardef_.isUsed(parm)) continue;
+    solved.emplace_back(parm, static_cast<int>(row));
+  }
+  std::sort(solved.begin(), solved.end());
+  FitMat mat;
+  mat.set = set;
+  for (const auto& [parm, row] : solved) {
+    mat.parms.push_back(parm);
+    mat.rows.push_back(row);
+  }
+  return mat;
+}
+
+void Fit::buildGlobalMat() {
+  std::vector<int> global_row(static_cast<std::size_t>(pardef_.PAR_size()), -1);
+  for (int parm = 0; parm < pardef_.PAR_size(); ++parm) {
+    if (!pardef_.isGlobal(parm) || !pardef_.isUsed(parm)) continue;
+    global_row[asIndex(parm)] = global_mat_.size();
+    global_mat_.rows.push_back(global_mat_.size());
+    global_mat_.parms.push_back(parm);
+  }
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    SharedRows& shared = shared_rows_.emplace_back();
+    const std::vector<int>& parms = pardef_.parms(set);
+    for (std::size_t row = 0; row < parms.size(); ++row) {
+      const int global = global_row[asIndex(parms[row])];
+      if (global < 0) continue;
+      shared.set_rows.push_back(static_cast<int>(row));
+      shared.global_rows.push_back(global);
+    }
+  }
+}
+
+void Fit::sizeWork() {
+  std::size_t most = global_mat_.parms.size();
+  for (const FitMat& mat : set_mats_) most = std::max(most, mat.parms.size());
+  solved_alpha_.resize(most * most);
+  solved_beta_.resize(most);
+  step_.resize(most);
+}
+
+// ---- the method list ----
+
+namespace {
+
+/// The name of a method in stage directories; null for an unknown type.
+const char* directoryLabel(int type) {
+  switch (type) {
+    case kInit: return "INIT";
+    case kOne: return "ONE";
+    case kOneEx: return "ONEEX";
+    case kGrid: return "GRID";
+    case kRandom: return "RANDOM";
+    case kMcMin: return "MCMIN";
+    case kRmcMin: return "RMCMIN";
+    default: return nullptr;
+  }
+}
+
+}  // namespace
+
+void Fit::run_FIT(bool jack) {
+  start_time_ = std::time(nullptr);
+  display_chi_header();
+  for (int i = 0; i < method_.size(); ++i) {
+    runMethod(i, jack);
+    if (verbosity_ == 2 && !jack) make_dir(i, directoryLabel(method_.Type(i)));
+  }
+  calc_covar(best_);
+  if (!jack) saved_ = best_;
+  end_time_ = std::time(nullptr);
+}
+
+void Fit::runMethod(int i, bool jack) {
+  const int iter = method_.Iter(i);
+  const double scale = method_.Scale(i);
+  switch (method_.Type(i)) {
+    case kInit: run_INIT(i, jack); break;
+    case kOne: run_ONE(i); break;
+    case kOneEx: run_ONEEX(i); break;
+    case kGrid: run_GRID(i); break;
+    case kRandom: run_RANDOM(i, iter); break;
+    case kMcMin: run_MCMIN(i, iter, scale); break;
+    case kRmcMin: run_RMCMIN(i, iter, method_.IterMC(i), scale); break;
+    default: fatal("");
+  }
+}
+
+// ---- console ----
+
+void Fit::display_chi_header() const {
+  if (!reportsToConsole()) return;
+  const std::string rule(is_global() ? 66 : 73, '-');
+  std::cerr << rule << '\n'
+            << (is_global()
+                    ? "  METHOD (      #/  total)         X2/DoF            | best X2/DoF"
+                    : "  METHOD (set ,       #/  total)          X2/DoF           | best X2/DoF")
+            << '\n'
+            << rule << '\n';
+}
+
+void Fit::display_chi(int method, const std::string& label, int set, long long counter,
+                      long long total, double best, double start, double result) {
+  if (!reportsToConsole()) return;
+  std::ostringstream line;
+  line << '\r' << method << '.' << std::left << std::setw(6) << label << std::right << " (";
+  if (set != 0) line << std::setw(4) << set << ", ";
+  line << std::setw(7) << counter << '/' << std::setw(7) << total;
+  if (method == 0) {
+    line << ')' << std::string(16, ' ');
+    writeConsoleNumber(line, best);
+  } else {
+    line << ")  ";
+    writeConsoleNumber(line, start);
+    line << " -> ";
+    writeConsoleNumber(line, result);
+  }
+  line << " | ";
+  writeConsoleNumber(line, best);
+  std::cerr << line.str();
+}
+
+void Fit::writeConsoleNumber(std::ostream& out, double chi) {
+  const double x = shown(chi / pardef_.gDoF());
+  const bool is_extreme = x != 0.0 && !(1e-5 < x && x < 100000.0);
+  // Once an extreme number was shown, the console keeps its 5 digits for all that follow.
+  if (is_extreme) console_precision_ = 5;
+  out << std::setprecision(console_precision_);
+  if (is_extreme) {
+    out << std::showpoint << x << std::noshowpoint;
+  } else {
+    out << std::setw(10) << x;
+  }
+}
+
+void Fit::endConsoleLine() const {
+  if (reportsToConsole()) std::cerr << '\n';
+}

@@ -1,0 +1,51 @@
+// The registry of models.
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "FuncLib.h"
+
+#include "Fatal.h"
+#include "Text.h"
+
+Funclib::Funclib() {
+  // The order fixes the model numbers and the list that a bad name is answered with.
+  Read_Exp_Funcs(0);
+  Read_CPMG2_Funcs(0);
+}
+
+int Funclib::Define_Func(ModelFunc func, const char* name, const char* equation,
+                         const char* plot_header, int dimX, int dimIndex, int dist) {
+  const int posTau = dist == 1 ? 1 : 0;
+  models_.push_back({func, name, equation, plot_header, dimX, dimIndex, dist, posTau, Rules()});
+  return size() - 1;
+}
+
+void Funclib::Define_Parm(int model, const char* name, double lower, double upper,
+                          const char* rule) {
+  models_[static_cast<std::size_t>(model)].rules.Define_Parm(name, lower, upper, rule);
+}
+
+void Funclib::define(const ModelGroup& group, std::span<const ModelRow> rows) {
+  for (const ModelRow& row : rows) {
+    const int model = Define_Func(row.func, row.name, row.equation, group.plot_header, group.dimX,
+                                  group.dimIndex, group.dist);
+    for (const ParmRow& parm : row.parms) {
+      Define_Parm(model, parm.name, parm.lower, parm.upper, parm.rule);
+    }
+  }
+}
+
+void Funclib::Pick_Func(const std::string& name) {
+  for (int model = 0; model < size(); ++model) {
+    if (!equalIgnoringCase(nameOf(model), name)) continue;
+    current_ = model;
+    current_function_ = at(model).func;
+    return;
+  }
+  ERROR_invalid_func(name);
+}
+
+void Funclib::ERROR_invalid_func(const std::string& name) const {
+  std::string message = "ERROR: Function name '" + name + "' is not recognized.\n";
+  message += "Valid function names: ";
+  for (const Model& model : models_) message += "'" + model.name + "' ";
+  fatal(message + "\n");
+}
