@@ -14,7 +14,7 @@
 // ---- construction ----
 
 Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef,
-         const Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
+         Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
          Random random)
     : version_(std::move(version)),
       funclib_(funclib),
@@ -28,7 +28,8 @@ Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParD
       random_(random) {
   const auto sets = static_cast<std::size_t>(pardef_.SETsize());
   const auto parms = static_cast<std::size_t>(pardef_.PAR_size());
-  for (ParSet* set : {&work_, &best_, &saved_, &grid_, &random_start_, &trial_, &nested_trial_}) {
+  for (ParSet* set : {&work_, &best_, &saved_, &grid_, &random_start_, &trial_, &nested_trial_,
+                      &centre_, &spread_}) {
     set->resize(sets, parms);
   }
   dydp_.resize(parms);
@@ -37,6 +38,11 @@ Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParD
   buildSetMats();
   buildGlobalMat();
   sizeWork();
+  calc_.prep(sets);
+  // No report shows more of them: those of the methods here, or of the two that replace them in an
+  // error analysis. The passes of an analysis add none that are shown.
+  constexpr int kReplacedMethods = 2;
+  most_chi_lines_ = asIndex(std::max(method_.size(), kReplacedMethods));
 }
 
 void Fit::buildSetMats() {
@@ -116,6 +122,8 @@ const char* directoryLabel(int type) {
 
 void Fit::run_FIT(bool jack) {
   start_time_ = std::time(nullptr);
+  in_pass_ = jack;
+  if (!jack) tryCalcs();
   display_chi_header();
   for (int i = 0; i < method_.size(); ++i) {
     runMethod(i, jack);
@@ -123,6 +131,7 @@ void Fit::run_FIT(bool jack) {
   }
   calc_covar(best_);
   if (!jack) saved_ = best_;
+  in_pass_ = false;
   end_time_ = std::time(nullptr);
 }
 
@@ -138,6 +147,33 @@ void Fit::runMethod(int i, bool jack) {
     case kMcMin: run_MCMIN(i, iter, scale); break;
     case kRmcMin: run_RMCMIN(i, iter, method_.IterMC(i), scale); break;
     default: fatal("");
+  }
+}
+
+// ---- derived quantities ----
+
+double Fit::run_CALC(int set, int i, const ParSet& at) {
+  Data& data = calc_.getData(i);
+  // A line that was read under a model with fewer columns lacks some.
+  data.x.resize(std::max(data.x.size(), asIndex(funclib_.Get_dimX())));
+  pardef_.Get_datamap(data, set);
+  return calc_.run(i, at.par, funclib_.Func(), pardef_.labels(set), dydp_, pardef_.fixedFlags());
+}
+
+void Fit::tryCalcs() {
+  // A quantity may lie where a model ends the run: then before the fit, not in the middle of a
+  // report.
+  for (int parm = 0; parm < pardef_.PAR_size(); ++parm) {
+    work_.par[asIndex(parm)] = pardef_.grd_initial(parm);
+  }
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    for (int i = 0; i < calc_.size(); ++i) run_CALC(set, i, work_);
+  }
+}
+
+void Fit::storeCalcResults() {
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    for (int i = 0; i < calc_.size(); ++i) calc_.storeResult(set, i, run_CALC(set, i, saved_));
   }
 }
 

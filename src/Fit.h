@@ -3,7 +3,8 @@
 //
 // One class in several files: Fit.cpp drives the method list, Fit_chi.cpp evaluates chi-square,
 // Fit_levmar.cpp minimises it, Fit_search.cpp holds the search strategies, Fit_covar.cpp the
-// standard errors, Fit_report.cpp the files.
+// standard errors, Fit_report.cpp the report, Fit_jack.cpp and Fit_monte.cpp the error analyses,
+// Fit_final.cpp their files.
 #pragma once
 
 #include "Calc.h"
@@ -11,6 +12,7 @@
 #include "Method.h"
 #include "ParDef.h"
 #include "ParSet.h"
+#include "PassSums.h"
 #include "Random.h"
 #include "Xmgr.h"
 
@@ -53,8 +55,8 @@ struct FitMat {
 /// Holds references to its collaborators and must not outlive them.
 class Fit {
  public:
-  Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef,
-      const Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
+  Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef, Calc& calc,
+      const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
       Random random = Random());
 
   /// Runs the method list, then computes the standard errors. `jack`: a pass of an error analysis,
@@ -64,10 +66,25 @@ class Fit {
   /// cannot be opened or not be written in full.
   void report_fit(int n);
 
+  /// Writes the plot file of every set, TITLE.xmgr: index 0 anew, with data, curves and fitted
+  /// parameters; 1 or 2 appends the column of an error analysis of this title. Ends the run when a
+  /// file cannot be opened or not be written in full.
+  void plot_xmgr(int index, const std::string& title);
+  /// Refits with one data point left out at a time and writes each pass to the file with the suffix
+  /// "-jack". Leaves means and errors for report_final.
+  void run_JACK();
+  /// Refits synthetic data, the fitted curve with noise, and writes each simulation to the file
+  /// with the suffix "-monte". Leaves means and errors for report_final.
+  void run_MONTE();
+  /// Writes the summary and the final report of an analysis: kind 1 jackknife, 2 Monte Carlo.
+  void report_final(int kind);
+
   [[nodiscard]] bool is_global() const { return pardef_.hasGlobals(); }
   [[nodiscard]] bool is_local() const { return !is_global(); }
 
   // Results.
+  [[nodiscard]] const ParSet& centre() const { return centre_; }  ///< means of an error analysis
+  [[nodiscard]] const ParSet& spread() const { return spread_; }  ///< its errors
   [[nodiscard]] const ParSet& best() const { return best_; }
   [[nodiscard]] const ParSet& saved() const { return saved_; }
   [[nodiscard]] double stdError(int parm) const { return std_error_[asIndex(parm)]; }
@@ -156,6 +173,17 @@ class Fit {
   /// Ends the run silently, with status 1, when the total is not finite.
   void calc_covar(const ParSet& at);
 
+  // ---- error analyses (Fit_monte.cpp, Fit_final.cpp) ----
+
+  /// Sample standard deviation from a mean and a sum of squares; 0 where it is not defined.
+  [[nodiscard]] static double compute_stdev(double mean, double square_sum, int n);
+  /// Inserts a value into an ascending list, before equal ones.
+  static void push_sort(std::vector<double>& list, double value);
+  /// The `fraction` percentile of a set's chi-square over the simulations.
+  [[nodiscard]] double pchi(int set, double fraction) const;
+  /// Value of derived quantity `i` for a set at the given parameters.
+  double run_CALC(int set, int i, const ParSet& at);
+
   // ---- console (Fit.cpp) ----
 
   void display_chi_header() const;
@@ -183,6 +211,9 @@ class Fit {
   void endConsoleLine() const;
   void writeConsoleNumber(std::ostream& out, double chi);
 
+  void storeCalcResults();
+  void tryCalcs();
+
   // Fit_levmar.cpp
   bool addPoint(const std::vector<int>& parms, double residual, double weight2, LevMar& lm);
   static void addSharedRows(const SharedRows& shared, const LevMar& from, LevMar& to);
@@ -199,6 +230,8 @@ class Fit {
   void forEachSet(RunLocal run_local);
   [[nodiscard]] double chiPerDoF() const { return best_.total() / pardef_.gDoF(); }
   void restart(int set);
+  void evaluateStart(int method);
+  [[nodiscard]] bool startIsUsable() const;
   double minimizeWork(int set);
   double minimizeWork();
   void keep(int set);
@@ -228,15 +261,43 @@ class Fit {
   // Fit_report.cpp
   void report_header(std::ostream& out, int n) const;
   void report_time(std::ostream& out) const;
-  void report_FitParm(std::ostream& out) const;
+  void report_FitParm(std::ostream& out);
+  void reportSetChi(std::ostream& out, int set) const;
+  void reportGlobalChi(std::ostream& out) const;
   static void check_file(const std::ofstream& file, const std::string& name);
   static void closeFile(std::ofstream& file, const std::string& name);
+
+  // Fit_jack.cpp
+  void run_JACKglobal(std::ofstream& file);
+  void run_JACKlocal(std::ofstream& file);
+  void run_localJACK(int set);
+  void runJackMethod(int i, int set);
+
+  // Fit_monte.cpp
+  std::vector<double> backCalculate();
+  void simulateData(const std::vector<double>& calculated);
+  double drawNoise(int point);
+  void storeSimulation(std::ostream& file, int k, const ParSet& origin);
+
+  // Fit_final.cpp
+  [[nodiscard]] std::ofstream openRunning(const std::string& suffix) const;
+  void flushRunning(std::ofstream& file, const std::string& suffix) const;
+  void finishRunning(std::ofstream& file, const std::string& suffix) const;
+  void report_SimResult(std::ostream& out, int k);
+  void report_localJackResult(std::ostream& out, int set, int j);
+  void reportPassSet(std::ostream& out, int set, int k);
+  void reportPassTotal(std::ostream& out, int k) const;
+  void reportSummary(std::ostream& out, int kind) const;
+  void reportValues(std::ostream& out, int set, const ParSet& values) const;
+  void reportPercentiles(std::ostream& out, int set) const;
+  void report_FinalParm(std::ostream& out, int kind);
+  [[nodiscard]] double calcDeviation(int kind, int set, int i) const;
 
   std::string version_;
   const Funclib& funclib_;
   const Method& method_;
   ParDef& pardef_;
-  const Calc& calc_;
+  Calc& calc_;
   const Xmgr& xmgr_;
   std::string output_file_;
   int verbosity_;
@@ -267,7 +328,15 @@ class Fit {
   std::vector<double> scratch_;  ///< base parameters of the point at hand
 
   std::vector<double> std_error_;
-  std::vector<std::string> chi_lines_;  ///< one for each method run
+  std::vector<std::string> chi_lines_;  ///< one for each method run, as far as a report shows them
+  std::size_t most_chi_lines_;
+
+  bool in_pass_ = false;  ///< of an error analysis: bad values spoil the pass, not the run
+  PassSums sums_;
+  ParSet centre_;                                ///< means over the passes of an error analysis
+  ParSet spread_;                                ///< and their errors
+  std::vector<std::vector<double>> sorted_chi_;  ///< for each set, over the simulations
+
   int console_precision_ = 6;
   std::time_t start_time_ = 0;
   std::time_t end_time_ = 0;

@@ -19,7 +19,10 @@
 #include <iostream>
 
 void Fit::calc_covar(const ParSet& at) {
-  if (!at.isFinite()) fatal("");
+  if (!at.isFinite()) {
+    if (in_pass_) return;
+    fatal("");
+  }
   std::fill(std_error_.begin(), std_error_.end(), 0.0);
   if (is_global()) {
     globalCovar(at);

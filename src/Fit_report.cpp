@@ -46,7 +46,7 @@ void Fit::report_time(std::ostream& out) const {
       << seconds % 60 << "s\n\n";
 }
 
-void Fit::report_FitParm(std::ostream& out) const {
+void Fit::report_FitParm(std::ostream& out) {
   for (int set = 0; set < pardef_.SETsize(); ++set) {
     out << "SET\t" << pardef_.TITLE(set) << '\n';
     for (const Declaration& declaration : pardef_.declarations(set)) {
@@ -57,11 +57,43 @@ void Fit::report_FitParm(std::ostream& out) const {
       if (!pardef_.isFIXED(parm)) out << " (" << shown(stdError(parm)) << ')';
       out << '\n';
     }
-    const int dof = pardef_.lDoF(set);
-    out << "\tX2/DoF\t" << shown(saved_.chi(set) / dof) << " (DoF = " << dof << ")\n\n";
+    for (int i = 0; i < calc_.size(); ++i) {
+      out << "\t    " << calc_.Label(i) << '\t' << shown(run_CALC(set, i, saved_)) << '\n';
+    }
+    reportSetChi(out, set);
   }
-  out << "Global X2/DoF\t" << shown(saved_.total() / pardef_.gDoF()) << " (DoF = " << pardef_.gDoF()
-      << ")\n";
+  reportGlobalChi(out);
+}
+
+void Fit::reportSetChi(std::ostream& out, int set) const {
+  const int dof = pardef_.lDoF(set);
+  out << "\tX2/DoF\t" << shown(saved_.chi(set) / dof) << " (DoF = " << dof << ")\n\n";
+}
+
+void Fit::reportGlobalChi(std::ostream& out) const {
+  const int dof = pardef_.gDoF();
+  out << "Global X2/DoF\t" << shown(saved_.total() / dof) << " (DoF = " << dof << ")\n";
+}
+
+void Fit::plot_xmgr(int index, const std::string& title) {
+  const std::span<const double> errors =
+      xmgr_.isError() ? std::span<const double>(std_error_) : std::span<const double>();
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    const std::string name = pardef_.TITLE(set) + ".xmgr";
+    std::ofstream file;
+    // A title is no path: it never leads out of the working directory.
+    const bool is_name =
+        name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+    if (is_name) file.open(name, index == 0 ? std::ios::trunc : std::ios::app);
+    check_file(file, name);
+    if (index == 0) {
+      xmgr_.xplot(file, saved_, set, pardef_, funclib_);
+      Xmgr::annot_plot(file, saved_, set, pardef_, errors);
+    } else {
+      Xmgr::annot_sims(file, centre_, spread_, set, pardef_, index, title);
+    }
+    closeFile(file, name);
+  }
 }
 
 void Fit::make_dir(int i, const std::string& label) {
@@ -74,5 +106,6 @@ void Fit::make_dir(int i, const std::string& label) {
   calc_covar(best_);
   saved_ = best_;
   report_fit(i + 1);
+  if (xmgr_.isXmgr()) plot_xmgr(0, "");
   if (chdir("..") != 0) fatal("no directory found\n");
 }

@@ -47,6 +47,7 @@ double Fit::totalToShow(const ParSet& at) const {
 }
 
 void Fit::store_chi2(const std::string& label, double value) {
+  if (chi_lines_.size() == most_chi_lines_) return;
   std::ostringstream line;
   line << label << shown(value);
   chi_lines_.push_back(line.str());
@@ -60,20 +61,30 @@ void Fit::run_INIT(int method, bool restart) {
   } else {
     check_parm_range(best_);
   }
+  evaluateStart(method);
+  store_chi2("# INIT         X2/DoF = ", chiPerDoF());
+}
+
+void Fit::evaluateStart(int method) {
   calc_chi(best_);
   if (!best_.isFinite()) std::cerr << "WARNING: Bad initial parameters\n";
   work_ = best_;
   const double total = totalToShow(best_);
   display_chi(method, "INIT", is_global() ? 0 : pardef_.SETsize(), 1, 1, total, total, total);
   endConsoleLine();
-  store_chi2("# INIT         X2/DoF = ", chiPerDoF());
+}
+
+bool Fit::startIsUsable() const {
+  if (!in_pass_) check_chi(best_);
+  return best_.isFinite();
 }
 
 // ---- ONE ----
 
 void Fit::run_ONE(int method) {
-  check_chi(best_);
-  if (is_global()) {
+  if (!startIsUsable()) {
+    // the pass stays as it is
+  } else if (is_global()) {
     run_globalONE(method);
   } else {
     forEachSet([&](int set) { run_localONE(method, set); });
@@ -104,8 +115,9 @@ void Fit::run_globalONE(int method) {
 // ---- ONEEX ----
 
 void Fit::run_ONEEX(int method) {
-  check_chi(best_);
-  if (is_global()) {
+  if (!startIsUsable()) {
+    // the pass stays as it is
+  } else if (is_global()) {
     run_globalONEEX(method);
   } else {
     forEachSet([&](int set) { run_localONEEX(method, set); });
@@ -350,8 +362,9 @@ void Fit::mc_parm(int parm, ParSet& at, double scale) {
 }
 
 void Fit::run_MCMIN(int method, int iter, double scale) {
-  check_chi(best_);
-  if (is_global()) {
+  if (!startIsUsable()) {
+    // the pass stays as it is
+  } else if (is_global()) {
     run_globalMCMIN(method, iter, scale);
     endConsoleLine();
   } else {

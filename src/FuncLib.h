@@ -105,6 +105,8 @@ class Funclib {
   // Model families. The argument is always 0.
   void Read_Exp_Funcs(int);
   void Read_CPMG2_Funcs(int);
+  void Read_CPMG3_Funcs(int);
+  void Read_MQCPMG_Funcs(int);
 
   /// Registers a family's table, row by row.
   void define(const ModelGroup& group, std::span<const ModelRow> rows);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 // ---- one element ----
@@ -265,6 +266,7 @@ void ParDef::prep() {
   Calc_gDoF();
   has_globals_ =
       std::any_of(elems_.begin(), elems_.end(), [](const Elem& elem) { return elem.isGlobal(); });
+  listPoints();
   findUsed();
   warnUnused();
 }
@@ -301,4 +303,44 @@ void ParDef::warnUnused() const {
                 << "' is not used by any data point\n";
     }
   }
+}
+
+void ParDef::listPoints() {
+  all_points_.resize(points_.size());
+  std::iota(all_points_.begin(), all_points_.end(), 0);
+  for (Set& set : sets_) {
+    for (const int point : set.points) {
+      const std::vector<int>& labels = DATA(point).index;
+      if (std::find(set.labels.begin(), set.labels.end(), labels) == set.labels.end()) {
+        set.labels.push_back(labels);
+      }
+    }
+  }
+}
+
+// ---- data points during an error analysis ----
+
+int ParDef::takeFirstPoint() {
+  const int point = all_points_.front();
+  all_points_.erase(all_points_.begin());
+  takeFirstPoint(DATA(point).set);  // it is the first there, too: both lists turn alike
+  return point;
+}
+
+void ParDef::putPointBack(int point) {
+  all_points_.push_back(point);
+  appendPoint(DATA(point).set, point);
+}
+
+void ParDef::takeFirstPoint(int set) { at(set).points.erase(at(set).points.begin()); }
+
+std::vector<double> ParDef::values() const {
+  std::vector<double> values;
+  values.reserve(points_.size());
+  for (const Data& point : points_) values.push_back(point.y);
+  return values;
+}
+
+void ParDef::setValues(const std::vector<double>& values) {
+  for (std::size_t i = 0; i < points_.size(); ++i) points_[i].y = values[i];
 }

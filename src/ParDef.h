@@ -113,6 +113,26 @@ class ParDef {
     return points_[static_cast<std::size_t>(point)];
   }
 
+  /// Numbers of all points, in the order in which a jackknife leaves them out.
+  [[nodiscard]] const std::vector<int>& allPoints() const { return all_points_; }
+  /// The labels that occur among the set's points, each once.
+  [[nodiscard]] const std::vector<std::vector<int>>& labels(int set) const {
+    return at(set).labels;
+  }
+
+  // Data points during an error analysis. A point belongs to the set of its DATA line.
+
+  /// Takes the first of all points out of the lists, its set's list included, and returns it.
+  int takeFirstPoint();
+  /// Appends it to both lists again.
+  void putPointBack(int point);
+  /// Removes the first entry of a set's list alone, or appends one.
+  void takeFirstPoint(int set);
+  void appendPoint(int set, int point) { at(set).points.push_back(point); }
+  /// The measured values, one for each point by number.
+  [[nodiscard]] std::vector<double> values() const;
+  void setValues(const std::vector<double>& values);
+
   // Elements of the parameter vector.
   [[nodiscard]] int PAR_size() const { return static_cast<int>(elems_.size()); }
   [[nodiscard]] int gDoF() const { return gDoF_; }
@@ -164,6 +184,7 @@ class ParDef {
     std::vector<Declaration> declarations;
     std::vector<int> parms;
     std::vector<int> points;
+    std::vector<std::vector<int>> labels;
     int lDoF = 0;
     int first_elem = 0;  ///< number of elements when the set was opened
   };
@@ -180,6 +201,7 @@ class ParDef {
   void Remove_SET();
   void findFixed();
   void findUsed();
+  void listPoints();
   void warnUnused() const;
 
   [[nodiscard]] const Set& at(int set) const { return sets_[static_cast<std::size_t>(set)]; }
@@ -192,6 +214,7 @@ class ParDef {
   std::vector<Elem> elems_;
   std::unordered_map<std::string, int> globals_;  ///< element numbers by name
   std::vector<Data> points_;
+  std::vector<int> all_points_;
   std::vector<bool> fixed_;
   std::vector<bool> used_;
   bool has_globals_ = false;

@@ -1,9 +1,16 @@
-// Grace (XMGR) plots: what the input asks for.
+// Grace (XMGR) plots: what the input asks for, and the files.
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "FuncLib.h"
+#include "ParDef.h"
+#include "ParSet.h"
+
+#include <iosfwd>
 #include <limits>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// One PLOT or PLOT2 line: a curve and the data points that belong to it.
@@ -40,7 +47,28 @@ class Xmgr {
   /// Grace commands for the top of every file, in the order in which they arrived.
   [[nodiscard]] const std::vector<std::string>& commands() const { return commands_; }
 
+  /// Writes the data and curves of one set. Without plot instructions, a warning on standard
+  /// output.
+  void xplot(std::ostream& out, const ParSet& fit, int set, const ParDef& pardef,
+             const Funclib& funclib) const;
+  /// Writes the box with a set's parameters; `errors`, one for each element, may be empty.
+  static void annot_plot(std::ostream& out, const ParSet& fit, int set, const ParDef& pardef,
+                         std::span<const double> errors);
+  /// Writes a column with the means and errors of an error analysis beside the box: the first or
+  /// second one by `index`.
+  static void annot_sims(std::ostream& out, const ParSet& centre, const ParSet& spread, int set,
+                         const ParDef& pardef, int index, const std::string& title);
+
  private:
+  void headerStyle(std::ostream& out, const std::string& title, const std::string& equation) const;
+  void plotStyle(std::ostream& out, int n, int color, const std::string& name) const;
+  static void lineStyle(std::ostream& out, int n, int color, const std::string& name);
+  static void defaultString(std::ostream& out);
+  static void textItem(std::ostream& out, double x, double y, const std::string& text);
+  static void heading(std::ostream& out, double x, double y, const std::string& text);
+  static void writeCurve(std::ostream& out, const Instr& instruction, Data point, double end,
+                         const ParSet& fit, const ParDef& pardef, const Funclib& funclib);
+
   std::vector<Instr> instructions_;
   std::vector<std::string> commands_;
   bool plots_ = false;

@@ -1,4 +1,4 @@
-// The program: reads one input file, fits, reports.
+// The program: reads one input file, fits, reports, analyses errors.
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "Calc.h"
 #include "Fatal.h"
@@ -10,21 +10,34 @@
 #include "Xmgr.h"
 
 #include <cstdlib>
-#include <iostream>
 #include <new>
 #include <string>
 
 namespace {
 
-/// Says which requests of the user this version reads but does not carry out.
-void nameMissingStages(const Calc& calc, const Xmgr& xmgr) {
-  const auto say = [](const char* what) {
-    std::cerr << "NOTE: " << what << " in this version; the request has no effect.\n";
-  };
-  if (calc.size() > 0) say("Derived quantities (CALC) are not computed");
-  if (xmgr.isXmgr()) say("Grace plots (-xmgr) are not written");
-  if (calc.getJackType() != 0) say("The jackknife (JACK) is not carried out");
-  if (calc.getMonteType() != 0) say("The Monte Carlo analysis (MONTE) is not carried out");
+// Types of an error analysis: with the methods INIT and ONEEX, or with those of the input.
+constexpr int kQuick = 1;
+constexpr int kFull = 2;
+
+/// Returns the plot index that is free after it.
+int runJackknife(Setup& setup, Method& method, Fit& fit, int type, bool plots) {
+  constexpr int kFirstColumn = 1;
+  if (type != kQuick && type != kFull) return kFirstColumn;
+  const Method spare = method;
+  if (type == kQuick) setup.resetMETHOD_ONEEX(method);
+  fit.run_JACK();
+  fit.report_final(1);
+  if (plots) fit.plot_xmgr(kFirstColumn, "Jackknife");
+  method = spare;
+  return plots ? kFirstColumn + 1 : kFirstColumn;
+}
+
+void runMonteCarlo(Setup& setup, Method& method, Fit& fit, int type, bool plots, int plot_index) {
+  if (type != kQuick && type != kFull) return;
+  if (type == kQuick) setup.resetMETHOD_ONEEX(method);  // nothing needs the list afterwards
+  fit.run_MONTE();
+  fit.report_final(2);
+  if (plots) fit.plot_xmgr(plot_index, "Monte Carlo");
 }
 
 void run(int argc, const char* const* argv) {
@@ -38,11 +51,14 @@ void run(int argc, const char* const* argv) {
   Calc calc;
   setup.ReadInputFile(funclib, method, pardef, calc, xmgr);
   pardef.prep();
-  nameMissingStages(calc, xmgr);
   Fit fit(version, funclib, method, pardef, calc, xmgr, setup.GetOutputFile(), setup.IsVerb(),
           setup.GetPrec());
+  const bool plots = xmgr.isXmgr();
   fit.run_FIT(false);
   fit.report_fit(method.size());
+  if (plots) fit.plot_xmgr(0, "");
+  const int plot_index = runJackknife(setup, method, fit, calc.getJackType(), plots);
+  runMonteCarlo(setup, method, fit, calc.getMonteType(), plots, plot_index);
 }
 
 }  // namespace

@@ -10,8 +10,9 @@
 // neighbouring points of a set differ in x0 alone. The derivative rows kept with them are renewed
 // only by a miss that wants derivatives, and only for parameters that are not masked; a later hit
 // uses the others as they stand.
+#include "func_cpmg2.h"
+
 #include "Fatal.h"
-#include "FuncLib.h"
 
 #include <array>
 #include <cmath>
@@ -27,15 +28,38 @@ constexpr double kBoltzmannOverPlanck =
     2.0836644e10;                         // 1/(s K); before the 2019 SI (2.083661912e10)
 constexpr double kGasKcal = 0.001985878;  // kcal/(mol K); 8.314472 / 4186.8
 
-void checkRate(const Data& d) {
-  if (d.x[0] < kMinRate) fatal("1/tcp is too short. Check the input file\n");
-}
-
 bool wanted(const Data& d, std::size_t k, const std::vector<bool>& skip) {
   return !skip[d.slot(k)];
 }
 
 double square(double x) { return x * x; }
+
+}  // namespace
+
+// ---- shared with other families ----
+
+void checkRate(const Data& d) {
+  if (d.x[0] < kMinRate) ERROR_rate_too_small();
+}
+
+void ERROR_rate_too_small() { fatal("1/tcp is too short. Check the input file\n"); }
+
+double eyringRate(double temp_kelvin, double dH, double dS) {
+  return kBoltzmannOverPlanck * temp_kelvin * std::exp((-dH / temp_kelvin + dS) / kGasKcal);
+}
+
+FreeLigand::FreeLigand(double A0, double Bt, double K) {
+  const double m = Bt - K - A0;
+  root = std::sqrt(square(m) + 4.0 * Bt * K);
+  if (std::isinf(K)) {
+    B = Bt;
+  } else {
+    // the same root both ways; the second without the cancellation of m and the square root
+    B = m >= 0.0 ? 0.5 * (m + root) : 2.0 * Bt * K / (root - m);
+  }
+}
+
+namespace {
 
 // ---- simple forms ----
 
@@ -364,11 +388,6 @@ double fcpmg_rdc(const Data& d, double* p, std::vector<double>& dydp,
   return evaluate(d, dydp, skip, cache.pdrv, R20, cache.exchange);
 }
 
-/// Eyring rate constant in 1/s; dH in kcal/mol, dS in kcal/(mol K).
-double eyringRate(double temp_kelvin, double dH, double dS) {
-  return kBoltzmannOverPlanck * temp_kelvin * std::exp((-dH / temp_kelvin + dS) / kGasKcal);
-}
-
 /// Rates from activation enthalpies and entropies at temperature x1: zeta = 2 Delta (kab - kba).
 double fcpmg_temp2(const Data& d, double* p, std::vector<double>& dydp,
                    const std::vector<bool>& skip) {
@@ -421,20 +440,6 @@ double fcpmg_bind2(const Data& d, double* p, std::vector<double>& dydp,
   }
   return evaluate(d, dydp, skip, cache.pdrv, R20, cache.exchange);
 }
-
-/// Free ligand [B] of A + B = AB: the positive root of [B]^2 - m [B] - Bt K = 0 with
-/// m = Bt - K - A0; concentrations and the dissociation constant K in mol/l.
-struct FreeLigand {
-  FreeLigand(double A0, double Bt, double K) {
-    const double m = Bt - K - A0;
-    root = std::sqrt(square(m) + 4.0 * Bt * K);
-    // the same root both ways; the second without the cancellation of m and the square root
-    B = m >= 0.0 ? 0.5 * (m + root) : 2.0 * Bt * K / (root - m);
-  }
-
-  double B;
-  double root;  ///< sqrt(m^2 + 4 Bt K); d[B] = ([B] dm + d(Bt K))/root
-};
 
 /// Ligand binding with concentrations: kon' = kon [B] 1e6 with the free ligand [B] in mol/l, kon in
 /// 1/(umol/l s), total ligand x3 B0; zeta = 2 Delta (kon' - koff).
