@@ -13,6 +13,14 @@
 
 // ---- construction ----
 
+namespace {
+
+// A double has at most 767 significant digits. More would print the same, but streams may overflow
+// the stack on the way.
+constexpr int kMostDigits = 767;
+
+}  // namespace
+
 Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef,
          Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
          Random random)
@@ -24,7 +32,7 @@ Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParD
       xmgr_(xmgr),
       output_file_(std::move(output_file)),
       verbosity_(verbosity),
-      precision_(precision),
+      precision_(std::min(precision, kMostDigits)),
       random_(random) {
   const auto sets = static_cast<std::size_t>(pardef_.SETsize());
   const auto parms = static_cast<std::size_t>(pardef_.PAR_size());

@@ -212,26 +212,35 @@ struct Slopes {
   double minus;
 };
 
-Slopes slopesOf(const Exchange& ex, double x0, double root_p, double root_m, double Y) {
-  const double eta_p = root_p / x0;
-  const double eta_m = root_m / x0;
-  double cosh_p = std::cosh(eta_p);
+/// The square roots and hyperbolic functions of one point, below the overflow of cosh.
+struct Echo {
+  double x0;
+  double root_p;  ///< sqrt((psi + Q)/2) = eta+ x0
+  double root_m;  ///< sqrt((Q - psi)/2) = eta- x0
+  double cosh_p;
+  double cos_m;
+  double Y;
+};
+
+Slopes slopesOf(const Exchange& ex, const Echo& e) {
+  const double eta_p = e.root_p / e.x0;
+  double cosh_p = e.cosh_p;
   double sinh_p = std::sinh(eta_p);
-  double cos_m = std::cos(eta_m);
-  double sin_m = std::sin(eta_m);
+  double cos_m = e.cos_m;
+  double sin_m = std::sin(e.root_m / e.x0);
   double root_Y = 0.0;  // sqrt(Y^2 - 1)
   if (eta_p < kSquareSafe) {
-    root_Y = std::sqrt(Y * Y - 1.0);
+    root_Y = std::sqrt(e.Y * e.Y - 1.0);
   } else {  // the same divided by Y throughout, whose square may overflow
-    root_Y = std::sqrt(1.0 - square(1.0 / Y));
-    cosh_p /= Y;
-    sinh_p /= Y;
-    cos_m /= Y;
-    sin_m /= Y;
+    root_Y = std::sqrt(1.0 - square(1.0 / e.Y));
+    cosh_p /= e.Y;
+    sinh_p /= e.Y;
+    cos_m /= e.Y;
+    sin_m /= e.Y;
   }
   // 4 root = sqrt(8 (psi + Q)) and sqrt(8 (Q - psi))
-  const double a = 1.0 / x0 / (4.0 * root_p + kTiny);
-  const double b = 1.0 / x0 / (4.0 * root_m + kTiny);
+  const double a = 1.0 / e.x0 / (4.0 * e.root_p + kTiny);
+  const double b = 1.0 / e.x0 / (4.0 * e.root_m + kTiny);
   return {1.0 / (root_Y + kTiny), cosh_p - cos_m, a * ex.D_p * sinh_p, b * ex.D_m * sin_m};
 }
 
@@ -245,32 +254,33 @@ Slopes asymptoticSlopes(const Exchange& ex, double x0, double root_p) {
 template <std::size_t kParms>
 double evaluate(const Data& d, std::vector<double>& dydp, const std::vector<bool>& skip,
                 const std::array<Row, kParms>& pdrv, double R20, const Exchange& ex) {
-  const double x0 = d.x[0];
-  const double root_p = std::sqrt((ex.psi + ex.norm) / 2.0);
-  const double root_m = std::sqrt((ex.norm - ex.psi) / 2.0);
-  const double eta_p = root_p / x0;
+  Echo e{};
+  e.x0 = d.x[0];
+  e.root_p = std::sqrt((ex.psi + ex.norm) / 2.0);
+  e.root_m = std::sqrt((ex.norm - ex.psi) / 2.0);
+  const double eta_p = e.root_p / e.x0;
   const bool overflows = !(eta_p < kCoshMax);
-  double Y = 0.0;
   double arccosh_Y = 0.0;
   if (overflows) {
     arccosh_Y = eta_p + std::log(ex.D_p);
   } else {
-    Y = ex.D_p * std::cosh(eta_p) - ex.D_m * std::cos(root_m / x0);
-    arccosh_Y = std::acosh(Y);
+    e.cosh_p = std::cosh(eta_p);
+    e.cos_m = std::cos(e.root_m / e.x0);
+    e.Y = ex.D_p * e.cosh_p - ex.D_m * e.cos_m;
+    arccosh_Y = std::acosh(e.Y);
   }
   if (!dydp.empty()) {
-    const Slopes by =
-        overflows ? asymptoticSlopes(ex, x0, root_p) : slopesOf(ex, x0, root_p, root_m, Y);
+    const Slopes by = overflows ? asymptoticSlopes(ex, e.x0, e.root_p) : slopesOf(ex, e);
     for (std::size_t k = 0; k < kParms; ++k) {
       if (!wanted(d, k, skip)) continue;
       const Row& row = pdrv[k];
       const double dY =
           row.D_p * by.cosines + (row.psi + row.norm) * by.plus + (row.norm - row.psi) * by.minus;
-      dydp[d.slot(k)] = 0.5 * (row.kex - x0 * by.gain * dY);
+      dydp[d.slot(k)] = 0.5 * (row.kex - e.x0 * by.gain * dY);
     }
     dydp[d.slot(kParms)] = 1.0;  // whatever the mask says
   }
-  return R20 + 0.5 * (ex.kex - x0 * arccosh_Y);
+  return R20 + 0.5 * (ex.kex - e.x0 * arccosh_Y);
 }
 
 // ---- Carver-Richards: parametrisations ----
