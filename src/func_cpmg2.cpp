@@ -259,16 +259,16 @@ double evaluate(const Data& d, std::vector<double>& dydp, const std::vector<bool
   e.root_p = std::sqrt((ex.psi + ex.norm) / 2.0);
   e.root_m = std::sqrt((ex.norm - ex.psi) / 2.0);
   const double eta_p = e.root_p / e.x0;
-  const bool overflows = !(eta_p < kCoshMax);
+  bool overflows = !(eta_p < kCoshMax);
   double arccosh_Y = 0.0;
-  if (overflows) {
-    arccosh_Y = eta_p + std::log(ex.D_p);
-  } else {
+  if (!overflows) {
     e.cosh_p = std::cosh(eta_p);
     e.cos_m = std::cos(e.root_m / e.x0);
     e.Y = ex.D_p * e.cosh_p - ex.D_m * e.cos_m;
     arccosh_Y = std::acosh(e.Y);
+    overflows = std::isinf(e.Y);  // D+ > 1 takes the product there before cosh itself
   }
+  if (overflows) arccosh_Y = eta_p + std::log(ex.D_p);
   if (!dydp.empty()) {
     const Slopes by = overflows ? asymptoticSlopes(ex, e.x0, e.root_p) : slopesOf(ex, e);
     for (std::size_t k = 0; k < kParms; ++k) {
@@ -474,7 +474,8 @@ double fcpmg_bind2c(const Data& d, double* p, std::vector<double>& dydp,
     const Inputs in{kon_B + koff, delta, A, 2.0 * delta * A, kTiny};
 
     const double by_K = kon * kMicro * (Bt - ligand.B) / ligand.root;  // d kon'/dK
-    const double by_kon = ligand.B * kMicro - by_K * K / kon;
+    // [B] 1e6 - by_K K/kon without its cancellation: [B] root = [B]^2 + Bt K
+    const double by_kon = kMicro * ligand.B * (ligand.B + K) / ligand.root;
     const double by_koff = by_K * 1e-6 / kon;
     const double by_A0 = -kon * kMicro * ligand.B / ligand.root;
     const double by_B0 = kon * kMicro * conc * (ligand.B + K) / ligand.root;
