@@ -7,8 +7,14 @@
 
 Funclib::Funclib() {
   // The order fixes the model numbers and the list that a bad name is answered with.
+  Read_Sig_Funcs(0);
   Read_Exp_Funcs(0);
+  Read_Bio_Funcs(0);
   Read_CPMG2_Funcs(0);
+  Read_CPMG3_Funcs(0);
+  Read_MQCPMG_Funcs(0);
+  Read_R1RHO_Funcs(0);
+  Read_CLEANEX_Funcs(0);
 }
 
 int Funclib::Define_Func(ModelFunc func, const char* name, const char* equation,

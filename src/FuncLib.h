@@ -103,10 +103,14 @@ class Funclib {
   };
 
   // Model families. The argument is always 0.
+  void Read_Sig_Funcs(int);
   void Read_Exp_Funcs(int);
+  void Read_Bio_Funcs(int);
   void Read_CPMG2_Funcs(int);
   void Read_CPMG3_Funcs(int);
   void Read_MQCPMG_Funcs(int);
+  void Read_R1RHO_Funcs(int);
+  void Read_CLEANEX_Funcs(int);
 
   /// Registers a family's table, row by row.
   void define(const ModelGroup& group, std::span<const ModelRow> rows);

@@ -205,38 +205,38 @@ int echoBlocks(double T, double x0) {
   return static_cast<int>(std::min(pulses, kMostPulses)) / 2;
 }
 
-/// Intensity of site A after N blocks; `single` tells the coherences without a passive nucleus.
-double intensity(int n, int N, bool single, const Matrix& A1, const Matrix& A2c,
-                 const Vector& start) {
+/// Signal of site A after the halves X and conj(Y) of a train have acted on `start`.
+double signal(int n, const Matrix& X, const Matrix& Y, const Vector& start) {
+  Matrix Y_conj;
+  Vector end;
+  zmat_cnj(n, Y.data(), Y_conj.data());
+  zmat_vmlt(n, X.data(), Y_conj.data(), start.data(), end.data());
+  return end[0];
+}
+
+/// Coherences without a passive nucleus: Re[F^N v]_A, F = A1 A2* A2* A1.
+double signalOfTrain(int n, int N, const Matrix& A1, const Matrix& A2c, const Vector& start) {
   Matrix F;
   Vector end;
-  if (single) {
-    zmat_mltpow(n, A1.data(), A2c.data(), A2c.data(), A1.data(), N, F.data());
-    zmat_vmlt(n, F.data(), start.data(), end.data());
-    return end[0];
-  }
-  // A pulse on the passive nucleus in the middle of the train refocuses it: half of the blocks come
-  // before it and half after, for the two coherences that the signal holds in equal parts.
-  Matrix G, X, Y;
-  const int half = N / 2;
-  zmat_mltpow(n, A1.data(), A2c.data(), A2c.data(), A1.data(), half, F.data());
-  zmat_mltpow(n, A2c.data(), A1.data(), A1.data(), A2c.data(), half, G.data());
-  Vector other;
-  if (N % 2 == 0) {
-    zmat_cnj(n, G.data(), Y.data());
-    zmat_cnj(n, F.data(), X.data());
-    zmat_vmlt(n, F.data(), Y.data(), start.data(), end.data());
-    zmat_vmlt(n, G.data(), X.data(), start.data(), other.data());
-  } else {  // one echo more in each half
-    Matrix conj;
-    zmat_mlt(n, F.data(), A1.data(), A2c.data(), X.data());
-    zmat_mlt(n, G.data(), A2c.data(), A1.data(), Y.data());
-    zmat_cnj(n, X.data(), conj.data());
-    zmat_vmlt(n, X.data(), conj.data(), start.data(), end.data());
-    zmat_cnj(n, Y.data(), conj.data());
-    zmat_vmlt(n, Y.data(), conj.data(), start.data(), other.data());
-  }
-  return 0.5 * (end[0] + other[0]);
+  zmat_mltpow(n, A1.data(), A2c.data(), A2c.data(), A1.data(), N, F.data());
+  zmat_vmlt(n, F.data(), start.data(), end.data());
+  return end[0];
+}
+
+/// Multiple quantum: a pulse on the passive nucleus in the middle of the train refocuses it, so
+/// half of the blocks come before it and half after, for the two coherences that the signal holds
+/// in equal parts: F starts in the first period, G = A2* A1 A1 A2* in the second.
+double signalOfHalves(int n, int N, const Matrix& A1, const Matrix& A2c, const Vector& start) {
+  Matrix F;
+  Matrix G;
+  zmat_mltpow(n, A1.data(), A2c.data(), A2c.data(), A1.data(), N / 2, F.data());
+  zmat_mltpow(n, A2c.data(), A1.data(), A1.data(), A2c.data(), N / 2, G.data());
+  if (N % 2 == 0) return 0.5 * (signal(n, F, G, start) + signal(n, G, F, start));
+  Matrix X;  // one echo more in each half
+  Matrix Y;
+  zmat_mlt(n, F.data(), A1.data(), A2c.data(), X.data());
+  zmat_mlt(n, G.data(), A2c.data(), A1.data(), Y.data());
+  return 0.5 * (signal(n, X, X, start) + signal(n, Y, Y, start));
 }
 
 /// -ln(I/pA)/T of n sites; NaN for modes that are not valid and for a train without signal.
@@ -252,7 +252,8 @@ double decayRate(int n, const Data& d, int code, const Periods& periods) {
   for (std::size_t site = 0; site < ExchangeModes::kSites; ++site) {
     start[2 * site] = periods.first.populations[site];
   }
-  const double I = intensity(n, N, code < kMq15N, A1, A2c, start);
+  const double I =
+      code < kMq15N ? signalOfTrain(n, N, A1, A2c, start) : signalOfHalves(n, N, A1, A2c, start);
   return I > 0.0 ? -std::log(I / start[0]) / T : kNaN;
 }
 
