@@ -107,7 +107,8 @@ double OneCalc::mean(int slot) const {
 double OneCalc::stdev(int slot) const {
   const Slot& s = at(slot);
   if (s.count < 2) return 0.0;
-  return std::sqrt((s.square_sum - s.sum * s.sum / s.count) / (s.count - 1));
+  const double variance = (s.square_sum - s.sum * s.sum / s.count) / (s.count - 1);
+  return variance < 0.0 ? 0.0 : std::sqrt(variance);  // rounding, where all values are equal
 }
 
 double OneCalc::jackStdev(int slot) const {

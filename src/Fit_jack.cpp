@@ -57,6 +57,7 @@ void Fit::run_JACKlocal(std::ofstream& file) {
   start_time_ = std::time(nullptr);
   const int passes = pardef_.DATAsize();
   int pass = 0;
+  in_pass_ = true;
   pardef_.setgDoF(pardef_.gDoF() - 1);
   for (int set = 0; set < pardef_.SETsize(); ++set) {
     pardef_.setlDoF(set, pardef_.lDoF(set) - 1);
@@ -83,14 +84,13 @@ void Fit::run_JACKlocal(std::ofstream& file) {
   }
   sums_.finish(jackError, centre_, spread_);
   pardef_.setgDoF(pardef_.gDoF() + 1);
+  in_pass_ = false;
   end_time_ = std::time(nullptr);
 }
 
 void Fit::run_localJACK(int set) {
-  in_pass_ = true;
   display_chi_header();
   for (int i = 0; i < method_.size(); ++i) runJackMethod(i, set);
-  in_pass_ = false;
 }
 
 void Fit::runJackMethod(int i, int set) {

@@ -3,27 +3,12 @@
 //
 // Parameters are in the units of the data and of 1/x; all derivatives are analytic and written
 // whatever the mask says.
+#include "ExpRange.h"
 #include "FuncLib.h"
 
 #include <cmath>
-#include <limits>
 
 namespace {
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kExpMin = -708.3964185322641;  // ln(DBL_MIN): exp() stays a normal double above it
-constexpr double kExpMax = 709.782712893384;    // ln(DBL_MAX)
-
-/// -inf or +inf when an exponent is out of the range of exp, else 0.
-/// -inf, not 0, on underflow: a value that is not finite is how a model refuses trial parameters; 0
-/// would let the fit accept them. Underflow of any exponent comes before overflow of any.
-double outOfRange(double z1, double z2) {
-  if (z1 < kExpMin || z2 < kExpMin) return -kInf;
-  if (z1 > kExpMax || z2 > kExpMax) return kInf;
-  return 0.0;
-}
-
-double outOfRange(double z) { return outOfRange(z, z); }
 
 /// y = C.
 double fconst(const Data& d, double* p, std::vector<double>& dydp,

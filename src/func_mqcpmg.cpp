@@ -25,6 +25,7 @@ namespace {
 using Complex = std::complex<double>;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kCoshMax = 710.475860073944;  // ln(DBL_MAX) + ln 2: cosh overflows from here on
+constexpr double kSquareSafe = 350.0;          // cosh squared stays finite below it
 constexpr double kTiny = 1e-30;                // keeps 0/0 out of the derivatives
 
 // ---- coherences ----
@@ -93,8 +94,8 @@ class ClosedForm {
     r_ = Complex(kex * kex + D1_ * D2_, (D1_ - D2_) * d) / (w1_ * w2_);
     al_ = w1_ / (2.0 * x0);
     be_ = w2_ / (2.0 * x0);
-    overflows_ = !((al_ + be_).real() < kCoshMax);
     Y_ = 0.5 * (1.0 + r_) * std::cosh(al_ + be_) + 0.5 * (1.0 - r_) * std::cosh(al_ - be_);
+    overflows_ = !((al_ + be_).real() < kCoshMax) || !std::isfinite(std::abs(Y_));
   }
 
   [[nodiscard]] double value() const {
@@ -110,7 +111,9 @@ class ClosedForm {
     const Complex dr = dn / (w1_ * w2_) - r_ * (dw1 / w1_ + dw2 / w2_);
     const Complex da = dw1 / (2.0 * x0_);
     const Complex db = dw2 / (2.0 * x0_);
-    return 0.5 * (by.kex - x0_ * (overflows_ ? slopeOfAsymptote(da, db, dr) : slope(da, db, dr)));
+    // From there on the two are equal to all digits, and only the first cannot overflow.
+    const bool is_large = !((al_ + be_).real() < kSquareSafe);
+    return 0.5 * (by.kex - x0_ * (is_large ? slopeOfAsymptote(da, db, dr) : slope(da, db, dr)));
   }
 
  private:
@@ -118,7 +121,6 @@ class ClosedForm {
     const Complex sa = std::sinh(al_), ca = std::cosh(al_);
     const Complex sb = std::sinh(be_), cb = std::cosh(be_);
     const Complex dY = (sa * cb + r_ * ca * sb) * da + (ca * sb + r_ * sa * cb) * db + dr * sa * sb;
-    // Not sqrt(Y^2 - 1): the square overflows from Re(al + be) = 355 on.
     return (dY / (std::sqrt(Y_ - 1.0) * std::sqrt(Y_ + 1.0) + kTiny)).real();
   }
 
