@@ -68,8 +68,7 @@ double Calc::run(int i, const std::vector<double>& par, ModelFunc model,
                  const std::vector<bool>& skip) {
   const OneCalc& calc = at(i);
   Data& data = getData(i);
-  parms_.clear();
-  for (const int parm : data.parmap) parms_.push_back(par[static_cast<std::size_t>(parm)]);
+  parms_ = gatherParms(data.parmap, par, "run");
   if (calc.type == OneCalc::kRex) {
     if (!checkIndex(data.index, indices)) return 0.0;
     data.x[0] = 50.0;

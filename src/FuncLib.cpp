@@ -5,6 +5,21 @@
 #include "Fatal.h"
 #include "Text.h"
 
+#include <new>
+
+std::vector<double> gatherParms(const std::vector<int>& parmap, const std::vector<double>& par,
+                                const char* routine) {
+  try {
+    std::vector<double> parms(parmap.size());
+    for (std::size_t k = 0; k < parms.size(); ++k) {
+      parms[k] = par[static_cast<std::size_t>(parmap[k])];
+    }
+    return parms;
+  } catch (const std::bad_alloc&) {
+    fatalNoMemory(routine);
+  }
+}
+
 Funclib::Funclib() {
   // The order fixes the model numbers and the list that a bad name is answered with.
   Read_Sig_Funcs(0);

@@ -34,6 +34,11 @@ struct Data {
 using ModelFunc = double (*)(const Data& d, double* p, std::vector<double>& dydp,
                              const std::vector<bool>& skip);
 
+/// The base parameters of a point, gathered from the full parameter vector `par`. Ends the run in
+/// the name of `routine` when memory runs out.
+[[nodiscard]] std::vector<double> gatherParms(const std::vector<int>& parmap,
+                                              const std::vector<double>& par, const char* routine);
+
 /// One row of a model family's table: a base parameter.
 struct ParmRow {
   const char* name;

@@ -127,8 +127,7 @@ void Xmgr::writeCurve(std::ostream& out, const Instr& instruction, Data point, d
   constexpr int kDefaultPoints = 101;
   const int points = instruction.points == 0 ? kDefaultPoints : instruction.points;
   const double step = (end - point.x[0]) / (points - 1.0);
-  std::vector<double> parms;
-  for (const int parm : point.parmap) parms.push_back(fit.par[static_cast<std::size_t>(parm)]);
+  std::vector<double> parms = gatherParms(point.parmap, fit.par, "xplot");
   // Nobody reads the derivatives; without them a model would keep stale ones for the next fit.
   std::vector<double> dydp(fit.par.size());
   for (int i = 0; i < points; ++i) {

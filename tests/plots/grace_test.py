@@ -84,7 +84,8 @@ class Plot:
 def label_pieces(label):
     """The pieces of a label between Grace's escapes."""
     pieces, greek = [], False
-    for escape, text in re.findall(r"(\\(?:f\{\}|[xqQNSs]))?((?:(?!\\(?:f\{\}|[xqQNSs])).)*)", label):
+    escapes = r"\\(?:f\{\}|[xqQNSs])"
+    for escape, text in re.findall(f"({escapes})?((?:(?!{escapes}).)*)", label):
         greek = escape == r"\x" or greek and escape != r"\f{}"
         if text:
             pieces.append(symbol_text(text) if greek else text)
@@ -104,7 +105,8 @@ class Picture:
         self.lines = {}    # colour -> lists of vertices
         self.texts = []    # x, y, text
         for group in ET.parse(path).iter("g"):
-            style = dict(part.strip().split(":") for part in group.get("style", "").split(";") if part)
+            parts = [part for part in group.get("style", "").split(";") if part]
+            style = dict(part.strip().split(":") for part in parts)
             stroke = style.get("stroke", "none")
             for shape in group:
                 if shape.tag == "text":
@@ -221,7 +223,8 @@ def check(gracebat, source, scratch, must_open_well):
                   if not (inside(world, x, y - e) and inside(world, x, y + e))]
     svg, png = scratch / "plot.svg", scratch / "plot.png"
     shown = None if plot.world else world
-    wrong += render(gracebat, source, "SVG", svg, shown) + render(gracebat, source, "PNG", png, shown)
+    for device, target in (("SVG", svg), ("PNG", png)):
+        wrong += render(gracebat, source, device, target, shown)
     if wrong:
         return wrong
     picture = Picture(svg)

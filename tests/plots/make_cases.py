@@ -106,10 +106,11 @@ def exp():
               (1.6, 0.85, 0.05)]
     chi = chi_square(points, function)
     report, said = fixed_run(EXP2, "one", [("a", 2, None), ("b", -0.5, None)], 5, chi)
-    plot = (pt.head('@ DESCRIPTION "a, b"\n' + pt.header("EXP") + "@\tXAXIS  TICK MAJOR 1 \n", "one", EXP2[1])
+    before, after = '@ DESCRIPTION "a, b"\n', "@\tXAXIS  TICK MAJOR 1 \n"
+    plot = (pt.head(before + pt.header("EXP") + after, "one", EXP2[1])
             + pt.pair(0, 1, "decay", points, pt.sweep(function, 0.1, 2.1))
             + pt.box([("a", 2, None), ("b", -0.5, None)], chi / 5))
-    text = ('@ DESCRIPTION "a, b"\nFUNCTION Exp2\n@\tXAXIS  TICK MAJOR 1 \nPLOT decay\nSET one\nFIXED a 2\n'
+    text = (before + "FUNCTION Exp2\n" + after + "PLOT decay\nSET one\nFIXED a 2\n"
             "FIXED b -0.5\n" + data_lines(points))
     return content("A family without axis labels; PLOT without a range: 101 points from the "
                    "smallest to the largest x of the data, 0.1 to 2.1, whatever their order. Grace "
@@ -140,8 +141,10 @@ def ranges():
     text = ("FUNCTION Linear\nMETHOD ONE\nSET one\nPAR a 0 9\nPAR b 0 9\n" + data_lines(points)
             + "PLOT four 0 0 -1 5 4\nPLOT zero * 0 -0.5 4.5 0\nPLOT single 9 9 3 6 1\n"
             "PLOT negative 0 0 0 1 -2\nPLOT bare 7 8\nPLOT place 0 0 2 2 3\n")
-    return content("PLOT with a range: as many points as it says, 101 for 0; a single one stands at "
-                   "the low end, fewer are none; a range of no width repeats its point. The x value "
+    return content("PLOT with a range: as many points as it says, 101 for 0; a single one stands "
+                   "at "
+                   "the low end, fewer are none; a range of no width repeats its point. The x "
+                   "value "
                    "of the line gives way to the range, with or without one.",
                    text, {"t.out": report, "one.xmgr": plot})
 
@@ -210,7 +213,8 @@ def cpmg():
             "SET L7\nFIXED dw 1200\nFIXED kex 500\nFIXED papb 0.04\nFIXED R20_1_1 8\n"
             "FIXED R20_1_2 10\n"
             + "".join(f"DATA {x0} 298 {fields[i][0]} {i} {y} {dy}\n" for x0, i, y, dy in measured))
-    return content("Carver-Richards curves of two fields, each with the points of its own labels in "
+    return content("Carver-Richards curves of two fields, each with the points of its own labels "
+                   "in "
                    "the order of the data, with and without a range. Lines whose labels no point "
                    "has, among them a bare PLOT (the single label 0), leave out a colour, but no "
                    "set number.",
@@ -266,7 +270,8 @@ def factor():
 def noerr():
     points = [(0, 1.5, 1), (2, 2, 1), (4, 4, 1)]
     a = 7.5 / 3 - 0.5 * 2
-    values, errors, chi = regress([((1,), frac(y) - frac(x) / 2, Fraction(1)) for x, y, _ in points])
+    values, errors, chi = regress([((1,), frac(y) - frac(x) / 2, Fraction(1))
+                                   for x, y, _ in points])
     assert float(values[0]) == a
     start = chi_square(points, lambda x: 0.5 * x) / 2
     report = pt.report(*LINEAR, ["INIT", "ONE"], (3, 2), [("INIT", start), ("ONE", chi / 2)],
@@ -292,7 +297,8 @@ def error_missing():
                        [("one", [("c", 2, 1 / math.sqrt(6))], 10, 2)], 10)
     text = ("FUNCTION Constant\nMETHOD ONE\nPLOT c 0 0 0 2 3\nSET one\nPAR c 0\nDATA 0 1 0.5 -\n"
             "DATA 1 2 0.5\nDATA 2 6 0.5 -\n")
-    return content("A data line without error hides the error bars of all points, also of the first, "
+    return content("A data line without error hides the error bars of all points, also of the "
+                   "first, "
                    "whose error counts in the fit (see data_error_switched_off).",
                    text, {"t.out": report, "one.xmgr": plot},
                    stderr="WARNING: Assuming that no experimental error is specficed.\n")
@@ -322,7 +328,8 @@ def sixteen():
     names = [f"curve{i}" for i in range(1, 32)]
     text, report, said = constant_run()
     plots = "".join(f"PLOT {name} 0 0 0 1 2\n" for name in names)
-    return content("Thirty-one instructions: colours 1 to 15, then from 1 again, twice; set numbers "
+    return content("Thirty-one instructions: colours 1 to 15, then from 1 again, twice; set "
+                   "numbers "
                    "go on. -dx: names and plots by one word.",
                    "FUNCTION Constant\n" + plots + text,
                    {"dravo.out": report, "one.xmgr": constant_plot(names=names)}, args="-dx",
@@ -370,11 +377,13 @@ def short_line():
 def two_functions():
     rows = [("R20", 11, None)]
     report, said = fixed_run(CPMG_CONST, "one", rows, 2, 10)
-    plot = (pt.head(pt.header("EXP") + "@ YAXIS TICK MAJOR 2\n" + pt.header("CT-CPMG"), "one", CPMG_CONST[1])
+    commands = pt.header("EXP") + "@ YAXIS TICK MAJOR 2\n" + pt.header("CT-CPMG")
+    plot = (pt.head(commands, "one", CPMG_CONST[1])
             + pt.pair(0, 1, "c", [(100, 10, 1), (200, 14, 1)], [(100, 11), (200, 11)])
             + pt.box(rows, 5))
-    text = ("FUNCTION Constant\n@ YAXIS TICK MAJOR 2\nFUNCTION CPMG_const\nPLOT c 0 0 1 11 100 200 2\nSET one\n"
-            "FIXED R20 11\nDATA 100 0 1 11 10 1\nDATA 200 0 1 11 14 1\n")
+    text = ("FUNCTION Constant\n@ YAXIS TICK MAJOR 2\nFUNCTION CPMG_const\nPLOT c 0 0 1 11 100 "
+            "200 2\n"
+            "SET one\nFIXED R20 11\nDATA 100 0 1 11 10 1\nDATA 200 0 1 11 14 1\n")
     return content("A second FUNCTION line appends its header; none is taken back.",
                    text, {"t.out": report, "one.xmgr": plot}, stderr=said)
 
@@ -407,7 +416,8 @@ def box():
     text = "FUNCTION Linear\nMETHOD ONE\nPLOT c\nGPAR slope_of_both_sets 0 5\n"
     for title, points in sets.items():
         text += (f"SET {title}\nPAR a 0 9\nPAR b slope_of_both_sets\n" + data_lines(points))
-    return content("The box names a shared parameter as it was declared, cuts no name, and has five "
+    return content("The box names a shared parameter as it was declared, cuts no name, and has "
+                   "five "
                    "digits, whatever -prec says of the report.",
                    text, files, args="-prec 3 " + SHORT_RUN)
 
@@ -476,7 +486,8 @@ def jack():
         pass_block(j, "one", zip(names, v), c, dof - 1) + pass_total(j, c, dof - 1)
         for j, (v, c) in enumerate(passes, 1))
     files["t.out-jack.sum"] = summary(
-        "Jackknife", [("one", list(zip(names, means, spread)), chi_mean / dof, chi_spread / dof, dof)],
+        "Jackknife",
+        [("one", list(zip(names, means, spread)), chi_mean / dof, chi_spread / dof, dof)],
         (chi_mean / (dof - 1), chi_spread / (dof - 1)))
     files["t.out-jack-final.out"] = pt.report(
         *LINEAR, ["INIT", "ONE"], (5, dof), log,
@@ -489,7 +500,8 @@ def jack():
         + pt.analysis(1, "Jackknife", [*zip(means, spread), (chi_mean / dof, chi_spread / dof)]))
     text = ("FUNCTION Linear\nMETHOD ONE\nJACK\nPLOT c 0 0 0 5 6\nSET one\nPAR a 0 9\nPAR b 0 9\n"
             + data_lines(points))
-    return content("A jackknife puts its column beside the box: means and errors of the passes (see "
+    return content("A jackknife puts its column beside the box: means and errors of the passes "
+                   "(see "
                    "jack_local), values right-aligned.", text, files)
 
 
@@ -552,7 +564,8 @@ def exact_files(jack_methods=None, monte_methods=None):
     return files
 
 
-EXACT_WHY = ("The noise is lost in the rounding of the values, so that the simulations, whatever the "
+EXACT_WHY = ("The noise is lost in the rounding of the values, so that the simulations, whatever "
+             "the "
              "clock draws, are the exact curve. ")
 
 
@@ -565,7 +578,8 @@ def monte():
 
 @case
 def jack_monte():
-    return content(EXACT_WHY + "JACK1 and MONTE1: the jackknife has the first column, the Monte Carlo "
+    return content(EXACT_WHY + "JACK1 and MONTE1: the jackknife has the first column, the Monte "
+                               "Carlo "
                    "analysis the second.",
                    exact_input("MONTE1 3\nJACK1\n"),
                    exact_files(["INIT", "ONEEX"], ["INIT", "ONEEX"]))
@@ -635,7 +649,8 @@ def stages_no_instruction():
 
 @case
 def stages_disk_full():
-    return content("A plot of a stage that is cut short ends the run. The directory was there before, "
+    return content("A plot of a stage that is cut short ends the run. The directory was there "
+                   "before, "
                    "and its report goes nowhere.",
                    STAGE_INPUT.format(title="one", plots="PLOT c\n"), {},
                    args="-vv -xmgr -i t.in -o /dev/null", status=1,
@@ -680,7 +695,8 @@ def failing_title(why, title, entries=(), before=()):
 
 @case
 def title_slash():
-    return failing_title("A title with a slash names no plot file, even where the directory is there.",
+    return failing_title("A title with a slash names no plot file, even where the directory is "
+                         "there.",
                          "a/b", ["setup: mkdir a"])
 
 
@@ -786,7 +802,8 @@ def r1rho_off():
     text = ("FUNCTION R1RHO_CONST_OFF\nPLOT 100Hz * 100 298 1 111\n"
             "PLOT2 stronger * 50 298 1 111 25 -500 500 11\nSET one\nFIXED R20 12\nFIXED R1 2\n"
             + "".join(f"DATA {x0} {x1} 298 1 111 {y} {dy}\n" for x0, x1, y, dy in points))
-    return content("R1rho against the offset; PLOT2 raises the spin-lock field by 25 Hz from point to "
+    return content("R1rho against the offset; PLOT2 raises the spin-lock field by 25 Hz from "
+                   "point to "
                    "point.", text, {"t.out": report, "one.xmgr": plot}, stderr=said)
 
 
@@ -808,7 +825,8 @@ def cleanex():
     text = ("FUNCTION CLEANEX\nPLOT bare\nPLOT full 0 0 0 0 0.2 5\nSET one\n"
             + "".join(f"FIXED {name} {value}\n" for name, value, _ in rows)
             + "".join(f"DATA {x} 0 0 {y} {dy}\n" for x, y, dy in points))
-    return content("Build-up by exchange with water. A bare PLOT matches the label 0; its x values, "
+    return content("Build-up by exchange with water. A bare PLOT matches the label 0; its x "
+                   "values, "
                    "here two, are all 0.",
                    text, {"t.out": report, "one.xmgr": plot}, stderr=said)
 

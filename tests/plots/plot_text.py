@@ -90,7 +90,8 @@ def pair(n, color, name, points, curve_points):
 
 
 def item(x, y, text, bold=False):
-    return ('@ WITH STRING\n@ STRING FONT "Courier"\n@ STRING LOCTYPE VIEW\n@ STRING CHAR SIZE 0.6\n'
+    return ('@ WITH STRING\n@ STRING FONT "Courier"\n@ STRING LOCTYPE VIEW\n'
+            "@ STRING CHAR SIZE 0.6\n"
             + ('@ STRING FONT "Courier-Bold"\n' if bold else "")
             + f'@ STRING {num(x)}, {num(y)}\n@ STRING DEF "{text}"\n@ STRING on\n')
 

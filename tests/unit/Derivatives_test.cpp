@@ -138,11 +138,10 @@ struct Inexact {
   const char* parm;
 };
 const std::vector<Inexact> kInexact = {
-    {"Sig", "tm"},           // without the factor 1/R, and without dh in the second term
-    {"2Exp3", "a"},          // the second amplitude, |1 - a|, is taken as constant
-    {"R1RHO_KAY", "pB"},     // the offset of the minor site is taken as constant, here and below
-    {"R1RHO_KAY_ON", "pB"},
-    {"R1RHO_KAY_OFF", "pB"},
+    {"Sig", "tm"},        // without the factor 1/R, and without dh in the second term
+    {"2Exp3", "a"},       // the second amplitude, |1 - a|, is taken as constant
+    {"R1RHO_KAY", "pB"},  // the offset of the minor site is taken as constant, here and below
+    {"R1RHO_KAY_ON", "pB"}, {"R1RHO_KAY_OFF", "pB"},
 };
 
 bool isInexact(const Model& model, std::size_t k) {

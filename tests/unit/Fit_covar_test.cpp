@@ -171,6 +171,37 @@ TEST(StandardErrors, GlobalThatNoSetRefersToHasNoneButCounts) {
   expectNear(errors(problem), denseErrors(problem, problem.fit().best(), {1, 2, 3}));
 }
 
+TEST(StandardErrors, GlobalThatOneSetUsesIsSolvedAsOneOfItsOwn) {
+  // The set lists it last, although it stands first in the parameter vector.
+  Problem problem(
+      "FUNCTION Linear\nMETHOD ONEEX\nGPAR slope -9 9 1 3\nSET s\nPAR a 1\n"
+      "PAR b slope\n" +
+      data(0, 1) + data(1, 3) + data(2, 5));
+  ASSERT_TRUE(problem.fit().is_local());
+  problem.fit().run_FIT(false);
+  EXPECT_NEAR(problem.value("s::a"), 1.0, 1e-5);
+  EXPECT_NEAR(problem.value("GLOBAL::slope"), 2.0, 1e-5);
+  EXPECT_NEAR(problem.error("s::a"), std::sqrt(5.0 / 6.0), 1e-13);
+  EXPECT_NEAR(problem.error("GLOBAL::slope"), std::sqrt(3.0 / 6.0), 1e-13);
+}
+
+TEST(StandardErrors, SharedParameterThatNoPointUsesIsNotSolvedFor) {
+  const std::string points =
+      "DATA 100 298 1 11 3 1\nDATA 100 298 1 11 5 1\n"
+      "DATA 100 298 1 11 4 1\n";
+  problem::Captured console(std::cerr);
+  Problem problem(
+      "FUNCTION CPMG_const\nMETHOD ONEEX\nGPAR far 1 9 1 6\nGPAR near 1 9 1 1\n"
+      "SET s\nPAR R20_1_1 near\nPAR R20_1_2 far\n" +
+      points + "SET t\nPAR R20_1_1 near\nPAR R20_1_2 far\n" + points);
+  problem.fit().run_FIT(false);
+  EXPECT_NEAR(problem.value("GLOBAL::near"), 4.0, 1e-5);
+  EXPECT_NEAR(problem.error("GLOBAL::near"), 1.0 / std::sqrt(6.0), 1e-13);
+  EXPECT_EQ(problem.value("GLOBAL::far"), 6.0);
+  EXPECT_EQ(problem.error("GLOBAL::far"), 0.0);
+  EXPECT_EQ(console.text().find("ERROR"), std::string::npos) << console.text();
+}
+
 /// Two decays with a common rate and three lines of data each, errors times `factor`.
 std::string decays(double factor) {
   return "FUNCTION Exp3\nMETHOD ONEEX\nGPAR rate -9 0 1 -0.4\n"

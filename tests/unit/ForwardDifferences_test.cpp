@@ -78,7 +78,7 @@ TEST_F(ForwardDifferences, WithoutAddendEveryParameterIsShifted) {
 
 TEST_F(ForwardDifferences, OtherEntriesOfTheVectorAreLeftAlone) {
   const Result r = run({2.0, -5.0, 7.0});
-  for (const std::size_t position : {0, 3, 5}) EXPECT_EQ(r.dydp[position], kUntouched);
+  for (const std::size_t position : {0U, 3U, 5U}) EXPECT_EQ(r.dydp[position], kUntouched);
 }
 
 TEST_F(ForwardDifferences, ParametersAreRestoredToTheBit) {

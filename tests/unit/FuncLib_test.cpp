@@ -3,6 +3,7 @@
 #include "FuncLib.h"
 
 #include "InputText.h"
+#include "Problem.h"
 
 #include <gtest/gtest.h>
 
@@ -122,6 +123,22 @@ TEST(Funclib, BadNameListsEveryModelInTheOrderOfRegistration) {
             fatalEnding("ERROR: Function name 'Lin' is not recognized.\n"
                         "Valid function names: " +
                         list + "\n"));
+}
+
+TEST(GatherParms, TakesThemInTheOrderOfTheMap) {
+  EXPECT_EQ(gatherParms({2, 0, 2}, {1.5, 2.5, 3.5}, "run"), (std::vector<double>{3.5, 1.5, 3.5}));
+}
+
+TEST(GatherParms, MemoryThatRunsOutEndsTheRunInTheNameOfTheRoutine) {
+  const std::vector<int> parmap(100000, 0);
+  for (const char* routine : {"run", "xplot"}) {
+    EXPECT_EQ(
+        endingOf([&] {
+          problem::heap.refuse_from = 500000;
+          static_cast<void>(gatherParms(parmap, {1.0}, routine));
+        }),
+        fatalEnding(std::string("ERROR: Unable to allocate memory in routine ") + routine + "\n"));
+  }
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ bool problem::heapIsWatched() {
 namespace {
 
 void* takeBlock(std::size_t size) noexcept {
+  if (size >= problem::heap.refuse_from) return nullptr;
   ++problem::heap.blocks;
   problem::heap.largest = std::max(problem::heap.largest, size);
   return std::malloc(std::max<std::size_t>(size, 1));

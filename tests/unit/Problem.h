@@ -39,6 +39,8 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 struct Heap {
   std::size_t blocks = 0;   ///< taken so far, those of arrays not always included
   std::size_t largest = 0;  ///< bytes of the largest of them
+  /// Blocks of at least this many bytes are refused.
+  std::size_t refuse_from = std::numeric_limits<std::size_t>::max();
   /// Arrays that new (std::nothrow) serves before it refuses one; negative: all.
   int arrays_until_refusal = -1;
 };

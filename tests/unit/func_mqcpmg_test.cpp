@@ -451,7 +451,7 @@ TEST_P(Multiple, SignOfAllDifferencesTogetherIsWithoutEffect) {
 TEST_P(Multiple, SignOfOneNucleusMattersToZeroAndDoubleQuantumAlone) {
   for (const Call& call : points(10, 23)) {
     const bool both = call.x[4] == 2 || call.x[4] == 3;
-    for (const std::size_t nucleus : {0, 1}) {
+    for (const std::size_t nucleus : {0U, 1U}) {
       const double other = model_.value(withDifferences(call, nucleus, -1.0));
       const double value = model_.value(call);
       if (both) {
@@ -815,7 +815,7 @@ TEST(MultipleClosedForm, EqualRootsAreRefusedAndTheMatrixIsNot) {
 
 TEST_P(Multiple, DifferenceOfZeroHasADerivativeInTheClosedFormsOnly) {
   for (const Call& point : points(2, 52)) {
-    for (const std::size_t nucleus : {0, 1}) {
+    for (const std::size_t nucleus : {0U, 1U}) {
       Call call = point;
       call.p[nucleus] = 0.0;
       const Evaluation e = model_.evaluateFresh(call);
@@ -943,7 +943,7 @@ std::vector<Call> relatives(const Model& model, const Call& point) {
   for (int code = 0; code < kCodes; ++code) add([=](Call& c) { c.x[4] = code; });
   add([](Call& c) { c.x[4] += 0.5; });
   add([](Call& c) { c.x[0] *= 3; });
-  for (const std::size_t k : {1, 2, 3}) add([=](Call& c) { c.x[k] *= 1.25; });
+  for (const std::size_t k : {1U, 2U, 3U}) add([=](Call& c) { c.x[k] *= 1.25; });
   for (std::size_t k = 0; k < model.size(); ++k) add([=](Call& c) { c.p[k] *= 1.001; });
   // the parameters of a neighbour's shifted evaluation
   for (std::size_t k = 0; k < model.size(); ++k) {
