@@ -42,6 +42,7 @@ void Fit::run_MONTE() {
 
 std::vector<double> Fit::backCalculate() {
   std::vector<double> values;
+  values.reserve(asIndex(pardef_.DATAsize()));
   for (int point = 0; point < pardef_.DATAsize(); ++point) {
     values.push_back(calc_y_dy(saved_.par, point, dydp_, scratch_));
   }
@@ -96,6 +97,8 @@ void Fit::push_sort(std::vector<double>& list, double value) {
 
 double Fit::pchi(int set, double fraction) const {
   const std::vector<double>& list = sorted_chi_[asIndex(set)];
-  const auto k = static_cast<std::size_t>(fraction * static_cast<double>(list.size()) + 0.5);
+  // Rounded half up, which for a count is what the truncation of + 0.5 gives.
+  const auto k =
+      static_cast<std::size_t>(std::floor(fraction * static_cast<double>(list.size()) + 0.5));
   return k < 2 ? list.front() : list[k - 1];
 }

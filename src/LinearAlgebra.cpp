@@ -104,8 +104,9 @@ constexpr double kOne[] = {1.0, 0.0};
 constexpr double kZero[] = {0.0, 0.0};
 constexpr int kStride = 1;
 
-using Scratch = std::array<double, 2 * kMaxOrder * kMaxOrder>;
-using VectorScratch = std::array<double, 2 * kMaxOrder>;
+constexpr std::size_t kMost = kMaxOrder;
+using Scratch = std::array<double, 2 * kMost * kMost>;
+using VectorScratch = std::array<double, 2 * kMost>;
 
 std::span<const double> entries(int n, const double* A) {
   return {A, 2 * static_cast<std::size_t>(n) * static_cast<std::size_t>(n)};
@@ -185,7 +186,7 @@ void zmat_cnj(int n, const double* A, double* B) {
 int zmat_inv(int n, const double* A, double* B) {
   assert(n <= kMaxOrder);
   std::array<int, kMaxOrder> pivots;
-  std::array<double, 4 * kMaxOrder> work;  // 2n complex numbers
+  std::array<double, 4 * kMost> work;  // 2n complex numbers
   const int work_size = 2 * n;
   int info = 0;
   zmat_cpy(n, A, B);
@@ -200,7 +201,7 @@ int zmat_inv(int n, const double* A, double* B) {
 int zmat_eig(int n, double* A, double* V, double* w) {
   assert(n <= kMaxOrder);
   constexpr int kNoLeftVectors = 1;
-  std::array<double, 4 * kMaxOrder> work;
+  std::array<double, 4 * kMost> work;
   VectorScratch real_work;
   const int work_size = 2 * n;
   int info = 1;

@@ -65,7 +65,7 @@ ExchangeModes ExchangeModes::ofThree(double OmegaB, double OmegaC, const ThreeSi
   modes.sites_ = 3;
   modes.populations = populations;
   enum { A, B, C, n };
-  std::array<double, 2 * n * n> L{};
+  std::array<double, 2 * kSites * kSites> L{};
   const auto set = [&](int row, int column, double value) {
     L[static_cast<std::size_t>(idxr(row, column, n))] = value;
   };
