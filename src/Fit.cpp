@@ -106,6 +106,11 @@ void Fit::sizeWork() {
   solved_alpha_.resize(most * most);
   solved_beta_.resize(most);
   step_.resize(most);
+  std::size_t most_parms = 0;
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    most_parms = std::max(most_parms, pardef_.parms(set).size());
+  }
+  slopes_.resize(most_parms);
 }
 
 // ---- the method list ----

@@ -326,6 +326,7 @@ class Fit {
   std::vector<double> step_;
   std::vector<double> dydp_;     ///< derivatives at full-vector positions
   std::vector<double> scratch_;  ///< base parameters of the point at hand
+  std::vector<double> slopes_;   ///< its derivatives in the order of the set's parameters
 
   std::vector<double> std_error_;
   std::vector<std::string> chi_lines_;  ///< one for each method run, as far as a report shows them

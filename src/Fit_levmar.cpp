@@ -146,16 +146,18 @@ double Fit::lMarq(ParSet& at, const std::vector<int>& data, const std::vector<in
 }
 
 bool Fit::addPoint(const std::vector<int>& parms, double residual, double weight2, LevMar& lm) {
-  for (const int parm : parms) {
-    if (!std::isfinite(dydp_[asIndex(parm)])) return false;
-  }
   const std::size_t n = parms.size();
+  double* const slopes = slopes_.data();
   for (std::size_t j = 0; j < n; ++j) {
-    const double weighted = dydp_[asIndex(parms[j])] * weight2;
+    slopes[j] = dydp_[asIndex(parms[j])];
+    if (!std::isfinite(slopes[j])) return false;
+  }
+  for (std::size_t j = 0; j < n; ++j) {
+    const double weighted = slopes[j] * weight2;
     if (weighted == 0.0) continue;
     lm.beta[j] += weighted * residual;
     double* const row = lm.row(static_cast<int>(j));
-    for (std::size_t k = 0; k < n; ++k) row[k] += dydp_[asIndex(parms[k])] * weighted;
+    for (std::size_t k = 0; k < n; ++k) row[k] += slopes[k] * weighted;
   }
   return true;
 }

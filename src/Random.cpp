@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "Random.h"
 
+#include "FreshTwister.h"
+
 #include <chrono>
 #include <cmath>
 #include <random>
@@ -12,13 +14,13 @@ std::uint32_t Random::systemClock() {
 }
 
 double Random::unirand() {
-  std::mt19937 engine(clock_());
+  FreshTwister engine(clock_());
   return std::uniform_real_distribution<double>(0.0, 1.0)(engine);
 }
 
 double Random::gaussrand() {
   if (std::exchange(has_kept_, false)) return kept_;
-  std::mt19937 engine(clock_());
+  FreshTwister engine(clock_());
   std::uniform_real_distribution<double> uniform(0.0, 1.0);
   double x = 0.0;
   double y = 0.0;
