@@ -161,7 +161,8 @@ class Fit {
 
   /// Grid value number `i` of a parameter.
   [[nodiscard]] double set_grid(int parm, int i) const;
-  /// Draws a legal value from the search range; without a range, the grid start.
+  /// Draws a legal value from the search range; without a range, the grid start. Ends the run when
+  /// there seems to be none, as mc_parm does.
   void rand_parm(int parm, ParSet& at);
   /// Multiplies the value by a normal deviate of mean 1 and standard deviation `scale`, repeated
   /// until it is legal. Fixed parameters stay.
@@ -238,6 +239,9 @@ class Fit {
   [[nodiscard]] double totalToShow(const ParSet& at) const;
   void evaluateWork(int set);
   void searchLocalGrid(int set, ParSet& candidate);
+  /// Draws until a value is legal. Ends the run when none of a million is.
+  template <class Draw>
+  double drawLegal(int parm, Draw draw) const;
   bool drawWork(int set, double& start);
   bool drawWork(double& start);
   void store_chi2(const std::string& label, double value);

@@ -290,6 +290,16 @@ void Fit::searchLocalGrid(int set, ParSet& candidate) {
 
 // ---- RANDOM ----
 
+template <class Draw>
+double Fit::drawLegal(int parm, Draw draw) const {
+  constexpr int kMostDraws = 1000000;  // in a row without a legal one: there will be none
+  for (int i = 0; i < kMostDraws; ++i) {
+    const double value = draw();
+    if (pardef_.isLegal(parm, value)) return value;
+  }
+  fatal("ERROR: No legal value can be drawn for parameter '" + pardef_.FullName(parm) + "'\n");
+}
+
 void Fit::rand_parm(int parm, ParSet& at) {
   double& value = at.par[asIndex(parm)];
   const double range = pardef_.grd_range(parm);
@@ -297,9 +307,7 @@ void Fit::rand_parm(int parm, ParSet& at) {
     value = pardef_.grd_start(parm);
     return;
   }
-  do {
-    value = pardef_.grd_start(parm) + range * random_.unirand();
-  } while (!pardef_.isLegal(parm, value));
+  value = drawLegal(parm, [&] { return pardef_.grd_start(parm) + range * random_.unirand(); });
 }
 
 void Fit::run_RANDOM(int method, int iter) {
@@ -356,9 +364,7 @@ void Fit::mc_parm(int parm, ParSet& at, double scale) {
   if (!pardef_.isGRID(parm)) return;
   double& value = at.par[asIndex(parm)];
   const double old = value;
-  do {
-    value = (random_.gaussrand() * scale + 1.0) * old;
-  } while (!pardef_.isLegal(parm, value));
+  value = drawLegal(parm, [&] { return (random_.gaussrand() * scale + 1.0) * old; });
 }
 
 void Fit::run_MCMIN(int method, int iter, double scale) {

@@ -199,12 +199,13 @@ constexpr std::size_t kMatrix = 2 * ExchangeModes::kSites * ExchangeModes::kSite
 using Matrix = std::array<double, kMatrix>;
 using Vector = std::array<double, 2 * ExchangeModes::kSites>;
 
-/// Numbers of the train: N blocks of two echoes. Ends the run when there is none.
+/// Blocks of two echoes in the train. Ends the run when there is none; 0 for a train that no
+/// computer would finish.
 int echoBlocks(double T, double x0) {
   const double pulses = std::trunc(T * x0);
   if (!(pulses >= 2.0)) fatal("ERROR: N is less than 2.\n");
-  constexpr double kMostPulses = 2e9;
-  return static_cast<int>(std::min(pulses, kMostPulses)) / 2;
+  constexpr double kMostPulses = 1e7;
+  return pulses <= kMostPulses ? static_cast<int>(pulses) / 2 : 0;
 }
 
 /// Signal of site A after the halves X and conj(Y) of a train have acted on `start`.
@@ -245,7 +246,7 @@ double signalOfHalves(int n, int N, const Matrix& A1, const Matrix& A2c, const V
 double decayRate(int n, const Data& d, int code, const Periods& periods) {
   const double x0 = d.x[0], T = d.x[1];
   const int N = echoBlocks(T, x0);
-  if (!periods.first.valid || !periods.second.valid) return kNaN;
+  if (N == 0 || !periods.first.valid || !periods.second.valid) return kNaN;
   Matrix A1, A2, A2c;
   periods.first.halfEcho(x0, A1.data());
   periods.second.halfEcho(x0, A2.data());
@@ -256,7 +257,8 @@ double decayRate(int n, const Data& d, int code, const Periods& periods) {
   }
   const double I =
       code < kMq15N ? signalOfTrain(n, N, A1, A2c, start) : signalOfHalves(n, N, A1, A2c, start);
-  return I > 0.0 ? -std::log(I / start[0]) / T : kNaN;
+  // Repeated products of a signal that is gone stick at the smallest numbers instead of reaching 0.
+  return I >= std::numeric_limits<double>::min() ? -std::log(I / start[0]) / T : kNaN;
 }
 
 // ---- matrix models: parametrisations ----

@@ -667,6 +667,25 @@ TEST(EchoBlocks, RateIsOverTheGivenTimeNotTheTimeOfTheEchoes) {
   EXPECT_NEAR(longer / exact, 0.04 / 0.045, 1e-6);
 }
 
+TEST(MultipleTrain, SignalThatHasDecayedBeyondDoubleIsRefused) {
+  // 1047.7 1/s through 0.3 s leaves e^-314; through 1 s nothing, where repeated products stick at
+  // the smallest number instead of reaching 0.
+  const Model model("MQCPMG_Matrix2_k");
+  const std::vector<double> p = {12000, 0, 12000, 12000, 10};
+  EXPECT_NEAR(model.value({.x = {4000, 0.3, 0, 1, 0}, .p = p}), 1047.7, 0.05);
+  EXPECT_TRUE(std::isnan(model.value({.x = {4000, 1.0, 0, 1, 0}, .p = p})));
+  EXPECT_TRUE(std::isnan(model.value({.x = {4000, 2.0, 0, 1, 0}, .p = p})));
+}
+
+TEST(MultipleTrain, TrainThatNoComputerWouldFinishIsRefused) {
+  const Model model("MQCPMG_Matrix2_p");
+  const std::vector<double> p = {500, 100, 800, 0.1, 5};
+  for (const double T : {1e300, std::numeric_limits<double>::infinity()}) {
+    EXPECT_TRUE(std::isnan(model.value({.x = {50, T, 0, 1, 0}, .p = p}))) << T;
+    EXPECT_TRUE(std::isnan(model.value({.x = {T, 0.04, 0, 1, 0}, .p = p}))) << T;
+  }
+}
+
 // ---- what ends the run, in this order ----
 
 constexpr const char* kTooShort = "1/tcp is too short. Check the input file\n";
