@@ -264,7 +264,7 @@ TEST_F(ReportFails, WhenTheFileCannotBeOpened) {
 }
 
 TEST_F(ReportFails, WhenTheDiskIsFull) {
-  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+  ASSERT_TRUE(fs::exists("/dev/full"));  // a disk without room, on every Linux system
   expected_ = "Error: Writing file ";
   run("/dev/full");
 }
