@@ -75,7 +75,7 @@ def check_files(target):
     doc = target / "usr/share/doc/dravo"
     wanted = {target / "usr/bin/dravo", target / "usr/share/man/man1/dravo.1",
               doc / "README.md", doc / "CHANGELOG.md", doc / "copyright"}
-    for folder, kinds in (("examples", ("*.*",)), ("docs", ("*.md", "*.png"))):
+    for folder, kinds in (("examples", ("*",)), ("docs", ("*.md", "*.png"))):
         for kind in kinds:
             wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / folder).rglob(kind)
                        if "__pycache__" not in path.parts and path.is_file()}
@@ -84,11 +84,19 @@ def check_files(target):
         sys.exit(f"missing: {wanted - found}\nnot expected: {found - wanted}")
 
 
-def check_links(page):
+def check_links(target):
     """The pages refer to each other by relative paths, which must hold where they are installed."""
-    for link in re.findall(r"\]\(([^)#]+)\)", page.read_text()):
-        if not re.match(r"\w+:", link) and not (page.parent / link).exists():
-            sys.exit(f"{page} refers to {link}")
+    doc = target / "usr/share/doc/dravo"
+    for page in doc.rglob("*.md"):
+        for link in re.findall(r"\]\(([^)#]+)\)", page.read_text()):
+            if re.match(r"\w+:", link):
+                continue
+            source = (ROOT / page.relative_to(doc).parent / link).resolve()
+            if not source.exists():
+                sys.exit(f"{page.name} refers to {link}, which does not exist")
+            for_users = source.relative_to(ROOT).parts[0] in ("docs", "examples", "README.md")
+            if for_users and not (page.parent / link).exists():
+                sys.exit(f"{page.name} refers to {link}, which is not installed")
 
 
 def check_demo(target, place):
@@ -114,8 +122,7 @@ def main():
         target = top / "root"
         install(package, target)
         check_files(target)
-        for page in (target / "usr/share/doc/dravo").rglob("*.md"):
-            check_links(page)
+        check_links(target)
         check_demo(target, top / "demo")
     print(f"{package.name} works")
 
