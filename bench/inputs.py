@@ -221,7 +221,7 @@ def three_site_global():
 THREE_POINTS = """FUNCTION Constant
 METHOD ONE
 SET a
-PAR a 0 10 2
+PAR c 0 10 2
 DATA 1 1 0.1 .
 DATA 2 2 0.1 .
 DATA 3 3 0.1 .
