@@ -230,8 +230,11 @@ def run(program, file):
     return results
 
 
-def problem_rows(program, name):
-    """Rows of the table: set, model, parameter, certified value, digits of values and errors."""
+def problem_rows(program, name, deviations=None):
+    """Rows of the table: set, model, parameter, certified value, digits of values and errors.
+
+    Deviations from the certified values in units of the printed errors are added to `deviations`.
+    """
     file = InputFile(name)
     fits = run(program, file)
     # Errors are not scaled by chi-square, the certified deviations are.
@@ -240,6 +243,9 @@ def problem_rows(program, name):
 
     def add(parameter, expected, values, errors):
         rows.append((name, file.model, parameter, expected, values, errors))
+        if deviations is not None and errors:
+            deviations.extend(
+                float(abs(fit[parameter][0] - expected) / fit[parameter][1]) for fit in fits)
 
     if name in UNIVARIATE:
         mean, deviation = (file.certified_number(w) for w in ("mean", "standard deviation"))
@@ -262,6 +268,14 @@ def problem_rows(program, name):
     return rows
 
 
+def largest_deviation(program):
+    """From a certified value, in units of the standard error that the report prints."""
+    deviations = []
+    for name in [*NONLINEAR, *LINEAR, *UNIVARIATE]:
+        problem_rows(program, name, deviations)
+    return max(deviations)
+
+
 def table(program):
     """Lines of the Markdown table; ends the run where a figure falls below REQUIRED."""
     lines = ["| Set | Model | Parameter | Certified | Digits from start 1, 2 | of its error |",
@@ -279,7 +293,10 @@ def table(program):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", required=True)
-    print("\n".join(table(pathlib.Path(parser.parse_args().program).resolve())))
+    program = pathlib.Path(parser.parse_args().program).resolve()
+    print("\n".join(table(program)))
+    print(f"\nLargest deviation from a certified value: {largest_deviation(program):.0e} of the "
+          "standard error that the report prints.")
 
 
 if __name__ == "__main__":
