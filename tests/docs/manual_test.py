@@ -431,7 +431,6 @@ def anchors(text):
     return found
 
 
-PENDING = {"accuracy.md", "tutorial.md"}  # still being written; to be emptied when they are here
 
 
 def test_links():
@@ -441,7 +440,7 @@ def test_links():
                 continue
             path, _, anchor = target.partition("#")
             file = (page.parent / path).resolve() if path else page
-            expect(file.exists() or file.name in PENDING, f"{page.name}: no {target}")
+            expect(file.exists(), f"{page.name}: no {target}")
             if anchor and file.exists():
                 expect(anchor in anchors(file.read_text()), f"{page.name}: no anchor {target}")
 
