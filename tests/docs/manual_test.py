@@ -431,8 +431,6 @@ def anchors(text):
     return found
 
 
-
-
 def test_links():
     for page in [ROOT / "README.md", *sorted(DOCS.glob("**/*.md"))]:
         for target in re.findall(r"\]\(([^)\s]+)\)", BLOCK.sub("", page.read_text())):
