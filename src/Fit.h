@@ -289,11 +289,11 @@ class Fit {
   std::vector<double> backCalculate();
   void simulateData(const std::vector<double>& calculated);
   double drawNoise(int point);
-  void storeSimulation(std::ostream& file, int k, const ParSet& origin);
+  void storeSimulation(std::ostream& block, int k, const ParSet& origin);
 
   // Fit_final.cpp
   [[nodiscard]] std::ofstream openRunning(const std::string& suffix) const;
-  void flushRunning(std::ofstream& file, const std::string& suffix) const;
+  void appendPass(std::ofstream& file, const std::string& block, const std::string& suffix) const;
   void finishRunning(std::ofstream& file, const std::string& suffix) const;
   void report_SimResult(std::ostream& out, int k);
   void report_localJackResult(std::ostream& out, int set, int j);

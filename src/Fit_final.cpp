@@ -39,8 +39,11 @@ std::ofstream Fit::openRunning(const std::string& suffix) const {
   return file;
 }
 
-void Fit::flushRunning(std::ofstream& file, const std::string& suffix) const {
-  // A run that is stopped keeps the finished passes.
+void Fit::appendPass(std::ofstream& file, const std::string& block,
+                     const std::string& suffix) const {
+  // A run that is stopped keeps the finished passes, and no torn one: with a single write no part
+  // of a block is on disk while the rest of it is still computed.
+  file << block;
   if (!file.flush()) finishRunning(file, suffix);
 }
 

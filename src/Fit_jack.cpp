@@ -9,6 +9,7 @@
 #include <cmath>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 namespace {
 
@@ -44,8 +45,9 @@ void Fit::run_JACKglobal(std::ofstream& file) {
     run_FIT(true);
     pardef_.putPointBack(point);
     sums_.addAll(best_, saved_);
-    report_SimResult(file, pass);
-    flushRunning(file, "-jack");
+    std::ostringstream block;
+    report_SimResult(block, pass);
+    appendPass(file, block.str(), "-jack");
   }
   for (int set = 0; set < pardef_.SETsize(); ++set) pardef_.setlDoF(set, pardef_.lDoF(set) + 1);
   // gDoF was not lowered for the passes and yet is raised: later reports divide by one more.
@@ -76,8 +78,9 @@ void Fit::run_JACKlocal(std::ofstream& file) {
       run_localJACK(set);
       calc_covar(best_);
       sums_.addSet(best_, saved_, set, pardef_.parms(set));
-      report_localJackResult(file, set, j);
-      flushRunning(file, "-jack");
+      std::ostringstream block;
+      report_localJackResult(block, set, j);
+      appendPass(file, block.str(), "-jack");
       pardef_.appendPoint(set, returned);
     }
     pardef_.setlDoF(set, pardef_.lDoF(set) + 1);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 namespace {
 
@@ -26,14 +27,16 @@ void Fit::run_MONTE() {
   std::ofstream file = openRunning("-monte");
   const int simulations = calc_.getMonteIter();
   file << "Monte Carlo simulations (" << simulations << ")\n";
-  for (int k = 1; k <= simulations; ++k) {
+  for (int done = 0; done < simulations;) {
+    const int k = ++done;
     if (reportsToConsole()) {
       std::cerr << "\n# Monte Carlo simulation #" << k << '/' << simulations << '\n';
     }
     simulateData(calculated);
     run_FIT(true);
-    storeSimulation(file, k, origin);
-    flushRunning(file, "-monte");
+    std::ostringstream block;
+    storeSimulation(block, k, origin);
+    appendPass(file, block.str(), "-monte");
   }
   pardef_.setValues(measured);
   sums_.finish(compute_stdev, centre_, spread_);
@@ -70,7 +73,7 @@ double Fit::drawNoise(int point) {
   return -std::log(1.0 + u) / T;
 }
 
-void Fit::storeSimulation(std::ostream& file, int k, const ParSet& origin) {
+void Fit::storeSimulation(std::ostream& block, int k, const ParSet& origin) {
   const bool finite =
       best_.isFinite() && std::all_of(best_.par.begin(), best_.par.end(),
                                       [](double value) { return std::isfinite(value); });
@@ -82,7 +85,7 @@ void Fit::storeSimulation(std::ostream& file, int k, const ParSet& origin) {
     return;
   }
   sums_.addAll(best_, origin);
-  report_SimResult(file, k);
+  report_SimResult(block, k);
 }
 
 double Fit::compute_stdev(double mean, double square_sum, int n) {

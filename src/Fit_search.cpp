@@ -341,7 +341,7 @@ bool Fit::drawWork(double& start) {
 
 void Fit::run_localRANDOM(int method, int set, int iter) {
   restart(set);
-  for (int i = 1; i <= iter; ++i) {
+  for (long long i = 1; i <= iter; ++i) {
     double start = 0.0;
     if (!drawWork(set, start)) continue;
     display_chi(method, "RANDOM", set + 1, i, iter, totalToShow(best_), start, totalToShow(work_));
@@ -351,7 +351,7 @@ void Fit::run_localRANDOM(int method, int set, int iter) {
 
 void Fit::run_globalRANDOM(int method, int iter) {
   work_ = best_;
-  for (int i = 1; i <= iter; ++i) {
+  for (long long i = 1; i <= iter; ++i) {
     double start = 0.0;
     if (!drawWork(start)) continue;
     display_chi(method, "RANDOM", 0, i, iter, best_.total(), start, work_.total());
@@ -432,7 +432,7 @@ void Fit::run_RMCMIN(int method, int iter, int iter_mc, double scale) {
 void Fit::run_localRMCMIN(int method, int set, int iter, int iter_mc, double scale) {
   const std::vector<int>& parms = pardef_.parms(set);
   restart(set);
-  for (int i = 1; i <= iter; ++i) {
+  for (long long i = 1; i <= iter; ++i) {
     double start = 0.0;
     if (!drawWork(set, start)) continue;
     const auto display = [&] {
@@ -459,7 +459,7 @@ void Fit::run_localRMCMIN(int method, int set, int iter, int iter_mc, double sca
 
 void Fit::run_globalRMCMIN(int method, int iter, int iter_mc, double scale) {
   work_ = best_;
-  for (int i = 1; i <= iter; ++i) {
+  for (long long i = 1; i <= iter; ++i) {
     double start = 0.0;
     if (!drawWork(start)) continue;
     const auto display = [&] {

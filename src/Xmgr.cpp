@@ -130,7 +130,7 @@ void Xmgr::writeCurve(std::ostream& out, const Instr& instruction, Data point, d
   std::vector<double> parms = gatherParms(point.parmap, fit.par, "xplot");
   // Nobody reads the derivatives; without them a model would keep stale ones for the next fit.
   std::vector<double> dydp(fit.par.size());
-  for (int i = 0; i < points; ++i) {
+  for (int i = 0; i < points && out; ++i) {  // no more of them on a disk that is full
     const double y = funclib.Func()(point, parms.data(), dydp, pardef.fixedFlags());
     if (std::isfinite(y)) out << '\t' << shown(point.x[0]) << '\t' << y << '\n';
     point.x[0] += step;

@@ -9,6 +9,10 @@
 #include "Setup.h"
 #include "Xmgr.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -40,6 +44,18 @@ void runMonteCarlo(Setup& setup, Method& method, Fit& fit, int type, bool plots,
   if (plots) fit.plot_xmgr(plot_index, "Monte Carlo");
 }
 
+/// A run whose console has gone goes on, and a write that fails is answered where it fails: by the
+/// message of the file, never by a signal (a pipe without a reader, a limit of the file size).
+void outliveConsole() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  // A closed stream's number would go to the next file that is opened: messages would land in a
+  // report or plot.
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) == -1) open("/dev/null", O_RDWR);
+  }
+}
+
 void run(int argc, const char* const* argv) {
   const std::string version = "2.4.4";
   Setup setup;
@@ -64,6 +80,7 @@ void run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  outliveConsole();
   try {
     run(argc, argv);
   } catch (const std::bad_alloc&) {
