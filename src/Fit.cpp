@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <utility>
 
@@ -45,6 +46,7 @@ Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParD
   scratch_.resize(funclib_.Get_Rules().basePAR_size());
   buildSetMats();
   buildGlobalMat();
+  buildFootprints();
   sizeWork();
   calc_.prep(sets);
   // No report shows more of them: those of the methods here, or of the two that replace them in an
@@ -98,6 +100,30 @@ void Fit::buildGlobalMat() {
       shared.global_rows.push_back(global);
     }
   }
+}
+
+void Fit::buildFootprints() {
+  footprint_of_.resize(asIndex(pardef_.DATAsize()));
+  for (int set = 0; set < pardef_.SETsize(); ++set) {
+    std::map<std::vector<int>, int> known;  // a set has as many as combinations of labels
+    for (const int point : pardef_.points(set)) {
+      const std::vector<int>& parmap = pardef_.DATA(point).parmap;
+      const auto [entry, is_new] = known.try_emplace(parmap, static_cast<int>(footprints_.size()));
+      if (is_new) footprints_.push_back(footprintOf(parmap, set));
+      footprint_of_[asIndex(point)] = entry->second;
+    }
+  }
+}
+
+Fit::Footprint Fit::footprintOf(const std::vector<int>& parmap, int set) const {
+  Footprint footprint;
+  const std::vector<int>& parms = pardef_.parms(set);
+  for (std::size_t row = 0; row < parms.size(); ++row) {
+    if (std::find(parmap.begin(), parmap.end(), parms[row]) == parmap.end()) continue;
+    footprint.parms.push_back(parms[row]);
+    footprint.rows.push_back(static_cast<int>(row));
+  }
+  return footprint;
 }
 
 void Fit::sizeWork() {

@@ -199,11 +199,19 @@ class Fit {
     std::vector<int> global_rows;
   };
 
+  /// The elements that some points of one set depend on, each once, in the order of its rows.
+  struct Footprint {
+    std::vector<int> parms;  ///< positions in the parameter vector
+    std::vector<int> rows;   ///< the row of each in the set's normal equations
+  };
+
   [[nodiscard]] static std::size_t asIndex(int i) { return static_cast<std::size_t>(i); }
 
   // Fit.cpp
   void buildSetMats();
   void buildGlobalMat();
+  void buildFootprints();
+  [[nodiscard]] Footprint footprintOf(const std::vector<int>& parmap, int set) const;
   void sizeWork();
   [[nodiscard]] FitMat localMat(int set) const;
   void runMethod(int i, bool jack);
@@ -216,7 +224,7 @@ class Fit {
   void tryCalcs();
 
   // Fit_levmar.cpp
-  bool addPoint(const std::vector<int>& parms, double residual, double weight2, LevMar& lm);
+  bool addPoint(const Footprint& touched, double residual, double weight2, LevMar& lm);
   static void addSharedRows(const SharedRows& shared, const LevMar& from, LevMar& to);
   static void moveTo(const ParSet& from, const std::vector<int>& parms, const FitMat& mat,
                      ParSet& to);
@@ -317,6 +325,8 @@ class Fit {
   std::vector<FitMat> set_mats_;  ///< one for each set
   FitMat global_mat_;
   std::vector<SharedRows> shared_rows_;  ///< one for each set
+  std::vector<Footprint> footprints_;    ///< each for many points
+  std::vector<int> footprint_of_;        ///< for each point, its number in them
 
   // Working memory of the minimiser; the nested runs inside gMarq have their own.
   ParSet trial_;
@@ -330,7 +340,7 @@ class Fit {
   std::vector<double> step_;
   std::vector<double> dydp_;     ///< derivatives at full-vector positions
   std::vector<double> scratch_;  ///< base parameters of the point at hand
-  std::vector<double> slopes_;   ///< its derivatives in the order of the set's parameters
+  std::vector<double> slopes_;   ///< its derivatives in the order of the set's rows
 
   std::vector<double> std_error_;
   std::vector<std::string> chi_lines_;  ///< one for each method run, as far as a report shows them

@@ -18,11 +18,12 @@ double Fit::calc_y_dy(const std::vector<double>& par, int point, std::vector<dou
 }
 
 double Fit::calc_chi(ParSet& at, int set) {
+  static std::vector<double> none;
+  // Derivatives are thrown away here, but the minimiser starts at these values.
+  std::vector<double>& dydp = funclib_.keepsSlopes() ? dydp_ : none;
   double chi = 0.0;
   for (const int point : pardef_.points(set)) {
-    // The derivatives are thrown away, yet asked for: a model's cache is then as the minimiser,
-    // which starts at these values, wants it.
-    const double y = calc_y_dy(at.par, point, dydp_, scratch_);
+    const double y = calc_y_dy(at.par, point, dydp, scratch_);
     if (!std::isfinite(y)) {
       at.setRefused(set, chi);
       return std::numeric_limits<double>::infinity();

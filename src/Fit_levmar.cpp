@@ -133,31 +133,49 @@ double Fit::lMarq(ParSet& at, const std::vector<int>& data, const std::vector<in
   lm.resize(static_cast<int>(parms.size()));
   double chi = 0.0;
   for (const int point : data) {
-    for (const int parm : parms) dydp_[asIndex(parm)] = 0.0;
+    const Footprint& touched = footprints_[asIndex(footprint_of_[asIndex(point)])];
+    for (const int parm : touched.parms) dydp_[asIndex(parm)] = 0.0;
     const double y = calc_y_dy(at.par, point, dydp_, scratch_);
     if (!std::isfinite(y)) return kInf;
     const Data& measured = pardef_.DATA(point);
     const double residual = measured.y - y;
     const double weight2 = measured.w * measured.w;
-    if (!addPoint(parms, residual, weight2, lm)) return kInf;
+    if (!addPoint(touched, residual, weight2, lm)) return kInf;
     chi += residual * residual * weight2;
   }
   return chi;
 }
 
-bool Fit::addPoint(const std::vector<int>& parms, double residual, double weight2, LevMar& lm) {
-  const std::size_t n = parms.size();
-  double* const slopes = slopes_.data();
-  for (std::size_t j = 0; j < n; ++j) {
-    slopes[j] = dydp_[asIndex(parms[j])];
-    if (!std::isfinite(slopes[j])) return false;
+namespace {
+
+/// row[k] += slopes[k] * factor, two at a time: compilers make one vector operation of each pair.
+void addMultiple(double* __restrict row, const double* __restrict slopes, double factor,
+                 std::size_t n) {
+  std::size_t k = 0;
+  for (; k + 1 < n; k += 2) {
+    row[k] += slopes[k] * factor;
+    row[k + 1] += slopes[k + 1] * factor;
   }
-  for (std::size_t j = 0; j < n; ++j) {
+  if (k < n) row[k] += slopes[k] * factor;
+}
+
+}  // namespace
+
+bool Fit::addPoint(const Footprint& touched, double residual, double weight2, LevMar& lm) {
+  const auto n = asIndex(lm.n);
+  double* const slopes = slopes_.data();
+  std::fill_n(slopes, n, 0.0);
+  const std::size_t size = touched.rows.size();
+  for (std::size_t i = 0; i < size; ++i) {
+    const double slope = dydp_[asIndex(touched.parms[i])];
+    if (!std::isfinite(slope)) return false;
+    slopes[touched.rows[i]] = slope;
+  }
+  double* const beta = lm.beta.data();
+  for (const int j : touched.rows) {  // the other rows would only gain zeros
     const double weighted = slopes[j] * weight2;
-    if (weighted == 0.0) continue;
-    lm.beta[j] += weighted * residual;
-    double* const row = lm.row(static_cast<int>(j));
-    for (std::size_t k = 0; k < n; ++k) row[k] += slopes[k] * weighted;
+    beta[j] += weighted * residual;
+    addMultiple(lm.row(j), slopes, weighted, n);
   }
   return true;
 }

@@ -33,9 +33,11 @@ Funclib::Funclib() {
 }
 
 int Funclib::Define_Func(ModelFunc func, const char* name, const char* equation,
-                         const char* plot_header, int dimX, int dimIndex, int dist) {
+                         const char* plot_header, int dimX, int dimIndex, int dist,
+                         bool keeps_slopes) {
   const int posTau = dist == 1 ? 1 : 0;
-  models_.push_back({func, name, equation, plot_header, dimX, dimIndex, dist, posTau, Rules()});
+  models_.push_back(
+      {func, name, equation, plot_header, dimX, dimIndex, dist, posTau, keeps_slopes, Rules()});
   return size() - 1;
 }
 
@@ -47,7 +49,7 @@ void Funclib::Define_Parm(int model, const char* name, double lower, double uppe
 void Funclib::define(const ModelGroup& group, std::span<const ModelRow> rows) {
   for (const ModelRow& row : rows) {
     const int model = Define_Func(row.func, row.name, row.equation, group.plot_header, group.dimX,
-                                  group.dimIndex, group.dist);
+                                  group.dimIndex, group.dist, row.keeps_slopes);
     for (const ParmRow& parm : row.parms) {
       Define_Parm(model, parm.name, parm.lower, parm.upper, parm.rule);
     }

@@ -53,6 +53,8 @@ struct ModelRow {
   const char* name;
   const char* equation;  ///< as reports show it
   std::span<const ParmRow> parms;
+  /// A call without derivatives can spoil those of a later call: see Funclib::keepsSlopes.
+  bool keeps_slopes = false;
 };
 
 /// What all models of one table share.
@@ -71,7 +73,7 @@ class Funclib {
 
   /// Appends a model; returns its number. Its position of the relaxation delay follows from `dist`.
   int Define_Func(ModelFunc func, const char* name, const char* equation, const char* plot_header,
-                  int dimX, int dimIndex, int dist);
+                  int dimX, int dimIndex, int dist, bool keeps_slopes = false);
   /// Declares the next base parameter of model number `model`.
   void Define_Parm(int model, const char* name, double lower, double upper, const char* rule);
 
@@ -89,6 +91,9 @@ class Funclib {
   /// 0: noise is added to the value; 1: to the intensity ratio exp(-R T), with T = x[posTau()].
   [[nodiscard]] int Get_dist() const { return picked().dist; }
   [[nodiscard]] int posTau() const { return picked().posTau; }
+  /// True for a model that keeps parts of its derivatives from call to call, and renews them only
+  /// in a call that wants derivatives: the others go stale. Such a model is always asked for them.
+  [[nodiscard]] bool keepsSlopes() const { return picked().keeps_slopes; }
 
   // All models, for listings and tests.
   [[nodiscard]] int size() const { return static_cast<int>(models_.size()); }
@@ -104,6 +109,7 @@ class Funclib {
     int dimIndex;
     int dist;
     int posTau;
+    bool keeps_slopes;
     Rules rules;
   };
 

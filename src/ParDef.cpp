@@ -141,16 +141,15 @@ int ParDef::Find_GPAR(const std::string& parm, const std::string& global_name) c
         global_name + "'\n");
 }
 
-void ParDef::Add_DATA(const std::vector<double>& x, const std::vector<int>& labels, double y,
-                      double dy) {
+void ParDef::Add_DATA(std::vector<double> x, std::vector<int> labels, double y, double dy) {
   uses_rules_ = true;
   Data point;
   point.set = SETsize() - 1;
-  point.x = x;
-  point.index = labels;
+  point.x = std::move(x);
+  point.index = std::move(labels);
   point.y = y;
   point.dy = dy;
-  point.parmap = Get_nPARs(labels);
+  point.parmap = Get_nPARs(point.index);
   point.w = 1.0 / dy;
   sets_.back().points.push_back(DATAsize());
   points_.push_back(std::move(point));

@@ -85,7 +85,7 @@ class ParDef {
                  double initial);
   void Add_GFIXED(const std::string& name, double value);
   /// A data point of the open set. Ends the run when the set lacks a parameter that it needs.
-  void Add_DATA(const std::vector<double>& x, const std::vector<int>& labels, double y, double dy);
+  void Add_DATA(std::vector<double> x, std::vector<int> labels, double y, double dy);
   /// True from the first parameter or data line of a set on: the rules can no longer change.
   [[nodiscard]] bool usesRules() const { return uses_rules_; }
 

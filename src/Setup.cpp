@@ -5,6 +5,7 @@
 #include "Fatal.h"
 #include "Text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <limits>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 // ---- command line ----
 
@@ -201,16 +203,23 @@ void Setup::handle(const Keyword& keyword, Receivers& to) {
   (this->*keyword.handler)(to);
 }
 
+namespace {
+
+bool separatesFields(char c) { return c == ' ' || c == '\t' || c == ','; }
+
+}  // namespace
+
 int Setup::TokenizeText(const std::string& line) {
-  constexpr const char* kDelimiters = "\t, ";
-  tokens_.clear();
-  std::size_t begin = line.find_first_not_of(kDelimiters);
-  while (begin != std::string::npos) {
-    const std::size_t end = line.find_first_of(kDelimiters, begin);
-    tokens_.push_back(line.substr(begin, end - begin));
-    begin = line.find_first_not_of(kDelimiters, end);
+  std::size_t count = 0;
+  const auto end = line.end();
+  for (auto at = std::find_if_not(line.begin(), end, separatesFields); at != end;) {
+    const auto after = std::find_if(at, end, separatesFields);
+    if (count == tokens_.size()) tokens_.emplace_back();
+    tokens_[count++].assign(at, after);  // into the memory of an earlier line's token
+    at = std::find_if_not(after, end, separatesFields);
   }
-  return static_cast<int>(tokens_.size());
+  tokens_.resize(count);
+  return static_cast<int>(count);
 }
 
 void Setup::resetMETHOD_ONEEX(Method& method) {
@@ -347,11 +356,11 @@ void Setup::SetDATA(Receivers& to) {
   }
   const std::size_t label_tokens = dimIndex_ != 0 ? 1 : 0;
   const std::size_t y_token = 1 + dimX_ + label_tokens;
-  const std::vector<double> x = GetDataX(1);
-  const std::vector<int> labels = readLabels(1 + dimX_);
+  std::vector<double> x = GetDataX(1);
+  std::vector<int> labels = readLabels(1 + dimX_);
   const double y = toDouble(tokens_[y_token]);
   const double dy = to.xmgr.isError() ? toDouble(tokens_[y_token + 1]) : 1.0;
-  to.pardef.Add_DATA(x, labels, y, dy);
+  to.pardef.Add_DATA(std::move(x), std::move(labels), y, dy);
 }
 
 // ---- keywords: derived quantities and plots ----

@@ -3,9 +3,11 @@
 #include "Text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <system_error>
 
 namespace {
 
@@ -18,7 +20,14 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
                     [](char x, char y) { return lowerAscii(x) == lowerAscii(y); });
 }
 
-double toDouble(const std::string& token) { return std::strtod(token.c_str(), nullptr); }
+double toDouble(const std::string& token) {
+  // The plain decimal numbers that nearly all fields hold are read faster, to the same bits.
+  double value = 0.0;
+  const char* const end = token.data() + token.size();
+  const auto [stop, error] = std::from_chars(token.data(), end, value);
+  if (error == std::errc() && stop == end && std::isfinite(value)) return value;
+  return std::strtod(token.c_str(), nullptr);
+}
 
 int toInt(const std::string& token) {
   const long value = std::strtol(token.c_str(), nullptr, 0);

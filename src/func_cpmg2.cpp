@@ -28,7 +28,7 @@ constexpr double kBoltzmannOverPlanck =
     2.0836644e10;                         // 1/(s K); before the 2019 SI (2.083661912e10)
 constexpr double kGasKcal = 0.001985878;  // kcal/(mol K); 8.314472 / 4186.8
 
-bool wanted(const Data& d, std::size_t k, const std::vector<bool>& skip) {
+inline bool wanted(const Data& d, std::size_t k, const std::vector<bool>& skip) {
   return !skip[d.slot(k)];
 }
 
@@ -128,18 +128,19 @@ double fcpmg_torchia(const Data& d, double* p, std::vector<double>& dydp,
 /// The quantities of the equation that do not depend on x0.
 struct Exchange {
   double kex = 0.0;
-  double psi = 0.0;   ///< kex^2 - Delta^2
-  double D_p = 0.0;   ///< D+ = (r + 1)/2 with r = (Delta^2 + kex^2)/Q
-  double D_m = 0.0;   ///< D- = (r - 1)/2
-  double norm = 0.0;  ///< Q = sqrt(psi^2 + zeta^2)
+  double psi = 0.0;     ///< kex^2 - Delta^2
+  double D_p = 0.0;     ///< D+ = (r + 1)/2 with r = (Delta^2 + kex^2)/Q
+  double D_m = 0.0;     ///< D- = (r - 1)/2
+  double norm = 0.0;    ///< Q = sqrt(psi^2 + zeta^2)
+  double root_p = 0.0;  ///< sqrt((psi + Q)/2) = eta+ x0
+  double root_m = 0.0;  ///< sqrt((Q - psi)/2) = eta- x0
 };
 
 /// Derivatives of them with respect to one parameter. D- has the derivative of D+.
 struct Row {
   double kex = 0.0;
-  double zeta = 0.0;  ///< zeta times its derivative
-  double psi = 0.0;
-  double norm = 0.0;
+  double plus = 0.0;   ///< of psi + Q
+  double minus = 0.0;  ///< of Q - psi
   double D_p = 0.0;
 };
 
@@ -174,6 +175,8 @@ Exchange exchangeOf(const Inputs& in) {
   const double r = (square(in.delta) + square(in.kex)) / (ex.norm + in.guard);
   ex.D_p = (r + 1.0) / 2.0;
   ex.D_m = (r - 1.0) / 2.0;
+  ex.root_p = std::sqrt((ex.psi + ex.norm) / 2.0);
+  ex.root_m = std::sqrt((ex.norm - ex.psi) / 2.0);
   return ex;
 }
 
@@ -181,13 +184,11 @@ Row rowOf(const Inputs& in, const Exchange& ex, const Partial& by) {
   const double divisor = ex.norm + in.guard;
   const double r = (square(in.delta) + square(in.kex)) / divisor;
   const double delta2 = 2.0 * in.delta * by.delta;  // d(Delta^2)
-  Row row;
-  row.kex = by.kex;
-  row.zeta = 4.0 * (in.delta * by.delta * square(in.A) + square(in.delta) * by.A);
-  row.psi = 2.0 * in.kex * by.kex - delta2;
-  row.norm = (ex.psi * row.psi + row.zeta) / divisor;
-  row.D_p = (row.psi + 2.0 * delta2 - r * row.norm) / (2.0 * divisor);
-  return row;
+  // zeta times its derivative
+  const double zeta = 4.0 * (in.delta * by.delta * square(in.A) + square(in.delta) * by.A);
+  const double psi = 2.0 * in.kex * by.kex - delta2;
+  const double norm = (ex.psi * psi + zeta) / divisor;
+  return {by.kex, psi + norm, norm - psi, (psi + 2.0 * delta2 - r * norm) / (2.0 * divisor)};
 }
 
 /// Fills the cache after a miss.
@@ -212,24 +213,23 @@ struct Slopes {
   double minus;
 };
 
-/// The square roots and hyperbolic functions of one point, below the overflow of cosh.
+/// The functions of one point, below the overflow of cosh.
 struct Echo {
   double x0;
-  double root_p;  ///< sqrt((psi + Q)/2) = eta+ x0
-  double root_m;  ///< sqrt((Q - psi)/2) = eta- x0
+  double eta_p;
+  double eta_m;
   double cosh_p;
   double cos_m;
   double Y;
 };
 
 Slopes slopesOf(const Exchange& ex, const Echo& e) {
-  const double eta_p = e.root_p / e.x0;
   double cosh_p = e.cosh_p;
-  double sinh_p = std::sinh(eta_p);
+  double sinh_p = std::sinh(e.eta_p);
   double cos_m = e.cos_m;
-  double sin_m = std::sin(e.root_m / e.x0);
+  double sin_m = std::sin(e.eta_m);
   double root_Y = 0.0;  // sqrt(Y^2 - 1)
-  if (eta_p < kSquareSafe) {
+  if (e.eta_p < kSquareSafe) {
     root_Y = std::sqrt(e.Y * e.Y - 1.0);
   } else {  // the same divided by Y throughout, whose square may overflow
     root_Y = std::sqrt(1.0 - square(1.0 / e.Y));
@@ -239,14 +239,14 @@ Slopes slopesOf(const Exchange& ex, const Echo& e) {
     sin_m /= e.Y;
   }
   // 4 root = sqrt(8 (psi + Q)) and sqrt(8 (Q - psi))
-  const double a = 1.0 / e.x0 / (4.0 * e.root_p + kTiny);
-  const double b = 1.0 / e.x0 / (4.0 * e.root_m + kTiny);
+  const double a = 1.0 / e.x0 / (4.0 * ex.root_p + kTiny);
+  const double b = 1.0 / e.x0 / (4.0 * ex.root_m + kTiny);
   return {1.0 / (root_Y + kTiny), cosh_p - cos_m, a * ex.D_p * sinh_p, b * ex.D_m * sin_m};
 }
 
 /// The same beyond the overflow of cosh, where arccosh(Y) = eta+ + ln D+.
-Slopes asymptoticSlopes(const Exchange& ex, double x0, double root_p) {
-  return {1.0, 1.0 / (ex.D_p + kTiny), 1.0 / x0 / (4.0 * root_p), 0.0};
+Slopes asymptoticSlopes(const Exchange& ex, double x0) {
+  return {1.0, 1.0 / (ex.D_p + kTiny), 1.0 / x0 / (4.0 * ex.root_p), 0.0};
 }
 
 /// R2eff = R20 + (kex - x0 arccosh(Y))/2 and its derivatives from the rows of all parameters but
@@ -256,26 +256,24 @@ double evaluate(const Data& d, std::vector<double>& dydp, const std::vector<bool
                 const std::array<Row, kParms>& pdrv, double R20, const Exchange& ex) {
   Echo e{};
   e.x0 = d.x[0];
-  e.root_p = std::sqrt((ex.psi + ex.norm) / 2.0);
-  e.root_m = std::sqrt((ex.norm - ex.psi) / 2.0);
-  const double eta_p = e.root_p / e.x0;
-  bool overflows = !(eta_p < kCoshMax);
+  e.eta_p = ex.root_p / e.x0;
+  e.eta_m = ex.root_m / e.x0;
+  bool overflows = !(e.eta_p < kCoshMax);
   double arccosh_Y = 0.0;
   if (!overflows) {
-    e.cosh_p = std::cosh(eta_p);
-    e.cos_m = std::cos(e.root_m / e.x0);
+    e.cosh_p = std::cosh(e.eta_p);
+    e.cos_m = std::cos(e.eta_m);
     e.Y = ex.D_p * e.cosh_p - ex.D_m * e.cos_m;
     arccosh_Y = std::acosh(e.Y);
     overflows = std::isinf(e.Y);  // D+ > 1 takes the product there before cosh itself
   }
-  if (overflows) arccosh_Y = eta_p + std::log(ex.D_p);
+  if (overflows) arccosh_Y = e.eta_p + std::log(ex.D_p);
   if (!dydp.empty()) {
-    const Slopes by = overflows ? asymptoticSlopes(ex, e.x0, e.root_p) : slopesOf(ex, e);
+    const Slopes by = overflows ? asymptoticSlopes(ex, e.x0) : slopesOf(ex, e);
     for (std::size_t k = 0; k < kParms; ++k) {
       if (!wanted(d, k, skip)) continue;
       const Row& row = pdrv[k];
-      const double dY =
-          row.D_p * by.cosines + (row.psi + row.norm) * by.plus + (row.norm - row.psi) * by.minus;
+      const double dY = row.D_p * by.cosines + row.plus * by.plus + row.minus * by.minus;
       dydp[d.slot(k)] = 0.5 * (row.kex - e.x0 * by.gain * dY);
     }
     dydp[d.slot(kParms)] = 1.0;  // whatever the mask says
@@ -508,25 +506,27 @@ constexpr ParmRow kBind2cParms[] = {{"dw", 1, 12000, "000"}, {"kon", 1, 1e11, "1
 constexpr ModelGroup kThreeColumns = {"CT-CPMG", 3, 2, 0};
 constexpr ModelGroup kFourColumns = {"CT-CPMG", 4, 3, 0};
 
+constexpr bool kKeepsSlopes = true;
+
 constexpr ModelRow kSimple[] = {
     // function            name                    equation in reports                      parameters
     {fcpmg_const,          "CPMG_const",           "f(R20)",                                kConstParms},
     {fcpmg_meiboom,        "CPMG_Meiboom",         "f(R20,pdw,kex)",                        kMeiboomParms},
     {fcpmg_torchia,        "CPMG_Torchia",         "f(dw, kex, papb, R20)",                 kTorchiaParms},
-    {fcpmg_richards,       "CPMG_Richards",        "f(dw, kex, papb, R20)",                 kRichardsParms},
-    {fcpmg_richards_p,     "CPMG_Richards_p",      "f(dw, kex, pb, R20)",                   kRichardsPParms},
-    {fcpmg_richards_k,     "CPMG_Richards_k",      "f(dw, kab, kba, R20)",                  kRichardsKParms},
+    {fcpmg_richards,       "CPMG_Richards",        "f(dw, kex, papb, R20)",                 kRichardsParms, kKeepsSlopes},
+    {fcpmg_richards_p,     "CPMG_Richards_p",      "f(dw, kex, pb, R20)",                   kRichardsPParms, kKeepsSlopes},
+    {fcpmg_richards_k,     "CPMG_Richards_k",      "f(dw, kab, kba, R20)",                  kRichardsKParms, kKeepsSlopes},
 };
 constexpr ModelRow kProbes[] = {
-    {fcpmg_richards_probes, "CPMG_Richards_probes", "f(dw, kex, papb, R20)",                kProbesParms},
-    {fcpmg_rdc,            "CPMG_RDC",             "f(dw, dJ, kex, papb, R20)",             kRdcParms},
+    {fcpmg_richards_probes, "CPMG_Richards_probes", "f(dw, kex, papb, R20)",                kProbesParms, kKeepsSlopes},
+    {fcpmg_rdc,            "CPMG_RDC",             "f(dw, dJ, kex, papb, R20)",             kRdcParms, kKeepsSlopes},
 };
 constexpr ModelRow kTemperature[] = {
-    {fcpmg_temp2,          "CPMG_TEMP2",           "f(dw, dHab, dHba, dSab, dSba, R20)",    kTemp2Parms},
+    {fcpmg_temp2,          "CPMG_TEMP2",           "f(dw, dHab, dHba, dSab, dSba, R20)",    kTemp2Parms, kKeepsSlopes},
 };
 constexpr ModelRow kBinding[] = {
-    {fcpmg_bind2,          "CPMG_Bind2",           "f(dw, koff, [B]kon, R20)",              kBind2Parms},
-    {fcpmg_bind2c,         "CPMG_Bind2c",          "f(dw, kon, koff, A0, B0, R20)",         kBind2cParms},
+    {fcpmg_bind2,          "CPMG_Bind2",           "f(dw, koff, [B]kon, R20)",              kBind2Parms, kKeepsSlopes},
+    {fcpmg_bind2c,         "CPMG_Bind2c",          "f(dw, kon, koff, A0, B0, R20)",         kBind2cParms, kKeepsSlopes},
 };
 // clang-format on
 

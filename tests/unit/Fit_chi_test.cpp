@@ -166,6 +166,51 @@ TEST(ChiSquare, EmptyDerivativeVectorAsksForTheValueAlone) {
   EXPECT_TRUE(none.empty());
 }
 
+// ---- derivatives that nobody looks at ----
+
+int asked_for_slopes = 0;
+
+double constantThatCounts(const Data& d, double* p, std::vector<double>& dydp,
+                          const std::vector<bool>& /*skip*/) {
+  if (!dydp.empty()) {
+    ++asked_for_slopes;
+    dydp[d.slot(0)] = 1.0;
+  }
+  return p[0];
+}
+
+TEST(ChiSquare, AsksNoDerivativesOfAModelThatKeepsNoPartOfThem) {
+  problem::Options options;
+  options.models = {{constantThatCounts, "Counts", {{"c", -10, 10, ""}}}};
+  Problem problem("FUNCTION Counts\nSET s\nPAR c 3\n" + data(0, 1) + data(1, 2), options);
+  ParSet at = problem.initial();
+  asked_for_slopes = 0;
+  EXPECT_EQ(problem.fit().calc_chi(at), 4.0 + 1.0);
+  EXPECT_EQ(asked_for_slopes, 0);
+}
+
+TEST(ChiSquare, LeavesTheKeptSlopesOfAModelAsTheMinimiserWantsThem) {
+  // One field, so that only the first point after a change of dw misses the model's cache.
+  Problem problem(
+      "FUNCTION CPMG_Richards\nSET s\nPAR dw 900\nPAR kex 500\nPAR papb 0.05\nPAR R20 8\n"
+      "DATA 50 298 1 11 20 1\nDATA 200 298 1 11 18 1\nDATA 400 298 1 11 15 1\n"
+      "DATA 800 298 1 11 12 1\nDATA 1600 298 1 11 10 1\n");
+  ASSERT_TRUE(problem.funclib.keepsSlopes());
+  const auto equationsAt = [&](double dw, bool chi_first) {
+    ParSet at = problem.initial();
+    at.par[0] = dw;
+    if (chi_first) problem.fit().calc_chi(at);
+    LevMar lm;
+    problem.fit().lMarq(at, problem.pardef.points(0), problem.pardef.parms(0), FitMat(), lm);
+    return lm;
+  };
+  const LevMar plain = equationsAt(1200, false);
+  equationsAt(700, false);
+  const LevMar after_chi = equationsAt(1200, true);
+  EXPECT_EQ(after_chi.alpha, plain.alpha);
+  EXPECT_EQ(after_chi.beta, plain.beta);
+}
+
 // ---- vetting ----
 
 TEST(Vetting, LegalValuesPass) {

@@ -346,6 +346,106 @@ TEST(NormalEquations, OfOnePointDoNotSeeDerivativesOfAnother) {
   EXPECT_EQ(lm.beta, (std::vector<double>{2, 6}));
 }
 
+TEST(NormalEquations, OfOneElementThatServesTwoParametersHoldTheDerivativeWrittenLast) {
+  // The element g serves both a and b: one row, filled by the slope of b, which is written last.
+  Problem problem("FUNCTION Linear\nGPAR g 0 5 2 1\nSET s\nPAR a g\nPAR b g\n" + data(3, 5) +
+                  data(3, 5) + data(3, 5));
+  ParSet at = problem.initial();
+  LevMar lm;
+  EXPECT_EQ(builtLocally(problem, at, 0, lm), 3 * 1.0);
+  EXPECT_EQ(lm.alpha, (std::vector<double>{3 * 9.0}));
+  EXPECT_EQ(lm.beta, (std::vector<double>{3 * 3.0}));
+}
+
+TEST(NormalEquations, OfManyLabelsAreThoseOfAPlainSumToTheLastBit) {
+  // Five temperatures of one set: 1 + 3 * 5 rows, of which a point touches 4.
+  std::string input = "FUNCTION CPMG_Richards\nSET s\nPAR dw 900\n";
+  for (const std::string t : {"0", "1", "2", "3", "4"}) {
+    input += "PAR kex_" + t + " 50" + t + "\nPAR papb_" + t + " 0.0" + t + "7\nPAR R20_" + t +
+             "_1 8" + t + "\n";
+  }
+  for (int i = 0; i < 40; ++i) {
+    input += "DATA " + std::to_string(50 + 37 * i) + " 298 1 " + std::to_string(i % 5) + "1 " +
+             std::to_string(10 + i % 7) + " 0.3\n";
+  }
+  Problem problem(input);
+  ParSet at = problem.initial();
+  LevMar lm;
+  const double chi = builtLocally(problem, at, 0, lm);
+
+  const std::vector<int>& parms = problem.pardef.parms(0);
+  const std::size_t n = parms.size();
+  ASSERT_EQ(n, 16U);
+  std::vector<double> alpha(n * n, 0.0);
+  std::vector<double> beta(n, 0.0);
+  std::vector<double> scratch(4);
+  double plain_chi = 0.0;
+  for (const int point : problem.pardef.points(0)) {
+    std::vector<double> slopes(n, 0.0);
+    const double y = problem.fit().calc_y_dy(at.par, point, slopes, scratch);
+    const Data& d = problem.pardef.DATA(point);
+    plain_chi += (d.y - y) * (d.y - y) * (d.w * d.w);
+    for (std::size_t j = 0; j < n; ++j) {
+      const double weighted = slopes[static_cast<std::size_t>(parms[j])] * (d.w * d.w);
+      beta[j] += weighted * (d.y - y);
+      for (std::size_t k = 0; k < n; ++k) {
+        alpha[j * n + k] += slopes[static_cast<std::size_t>(parms[k])] * weighted;
+      }
+    }
+  }
+  EXPECT_EQ(lm.alpha, alpha);
+  EXPECT_EQ(lm.beta, beta);
+  EXPECT_EQ(chi, plain_chi);
+}
+
+std::size_t blocksTakenBy(Problem& problem, ParSet& at, int points) {
+  const std::vector<int> some(problem.pardef.points(0).begin(),
+                              problem.pardef.points(0).begin() + points);
+  LevMar lm;
+  problem.fit().lMarq(at, some, problem.pardef.parms(0), FitMat(), lm);  // sizes it
+  const std::size_t before = problem::heap.blocks;
+  problem.fit().lMarq(at, some, problem.pardef.parms(0), FitMat(), lm);
+  return problem::heap.blocks - before;
+}
+
+TEST(NormalEquations, TakeNoMemory) {
+  ASSERT_TRUE(problem::heapIsWatched());
+  for (const std::string model : {"CPMG_Richards", "CPMG_matrix3"}) {
+    const bool two_sites = model == "CPMG_Richards";
+    std::string input = "FUNCTION " + model + "\nSET s\n";
+    input += two_sites ? "PAR dw 900\nPAR kex 500\nPAR papb 0.05\nPAR R20 8\n"
+                       : "PAR dwab 900\nPAR dwac -700\nPAR kab 20\nPAR kba 480\nPAR kbc 100\n"
+                         "PAR kca 300\nPAR kac 15\nPAR R20 8\n";
+    for (int i = 1; i <= 50; ++i) {
+      input += "DATA " + std::to_string(50 * i) +
+               (two_sites ? " 298 1 11 10 1\n" : " 0.04 0 1 11 10 1\n");
+    }
+    Problem problem(input);
+    ParSet at = problem.initial();
+    EXPECT_EQ(blocksTakenBy(problem, at, 1), 0U) << model;
+    EXPECT_EQ(blocksTakenBy(problem, at, 50), 0U) << model;
+  }
+}
+
+TEST(Minimiser, TakesOnlyTheMemoryOfTheLinearSolver) {
+  // Each solution of a linear system takes a matrix, a vector and its pivots; nothing else does,
+  // however many points and rounds there are.
+  ASSERT_TRUE(problem::heapIsWatched());
+  std::string input = "FUNCTION Exp2\nSET s\nPAR a 3\nPAR b -0.1\n";
+  for (int i = 0; i < 200; ++i) input += data(0.1 * i, 5.0 * std::exp(-0.3 * (0.1 * i)), 0.1);
+  Problem problem(input);
+  ParSet start = problem.initial();
+  ParSet at = start;
+  problem.fit().minimize_local(at, 0);  // sizes the working memory
+  at = start;
+  const std::size_t before = problem::heap.blocks;
+  problem.fit().minimize_local(at, 0);
+  const std::size_t taken = problem::heap.blocks - before;
+  EXPECT_GT(taken, 0U);
+  EXPECT_EQ(taken % 3, 0U);
+  EXPECT_LT(taken, 3U * 60U);  // a few tens of rounds; 200 points in each
+}
+
 // ---- shared parameters ----
 
 /// Two decays with one rate, noise that no decay describes.

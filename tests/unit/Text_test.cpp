@@ -4,9 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
+#include <random>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -48,6 +54,32 @@ TEST(ToDouble, InfinityAndNanAreTakenAsTheyAre) {
   EXPECT_EQ(toDouble("-inf"), -kInf);
   EXPECT_EQ(toDouble("1e999"), kInf);
   EXPECT_TRUE(std::isnan(toDouble("nan")));
+}
+
+TEST(ToDouble, EqualsTheStandardReaderOnEveryKindOfField) {
+  std::mt19937 random(17);
+  const auto digits = [&random](int most) {
+    std::string text;
+    for (int i = static_cast<int>(random() % static_cast<unsigned>(most + 1)); i > 0; --i) {
+      text += static_cast<char>('0' + random() % 10);
+    }
+    return text;
+  };
+  const std::vector<std::string> signs = {"", "", "-", "+", " "};
+  const std::vector<std::string> exponents = {"", "", "e", "E-", "e+3", "e-320", "e308", "d5", "."};
+  const std::vector<std::string> odd = {
+      "nan",    "-nan",  "inf",    "Infinity", "0x1p3",
+      "0x",     "1e",    ".",      "-",        "4.9e-324",
+      "2e-324", "1e400", "-1e400", "-0",       "1.7976931348623159e308",
+      "nan(1)", "1,5",   "1_000"};
+  for (int i = 0; i < 100000; ++i) {
+    std::string field = signs[random() % signs.size()] + digits(20) + "." + digits(20) +
+                        exponents[random() % exponents.size()] + digits(2);
+    if (i < static_cast<int>(odd.size())) field = odd[static_cast<std::size_t>(i)];
+    const double expected = std::strtod(field.c_str(), nullptr);
+    const double read = toDouble(field);
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(read), std::bit_cast<std::uint64_t>(expected)) << field;
+  }
 }
 
 TEST(ToInt, TheBaseFollowsFromTheDigits) {
