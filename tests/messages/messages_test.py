@@ -2,8 +2,8 @@
 """Every text of the program is expected by some test: each literal of the sources that has words in
 it (messages, prompts, headings, help, names) stands in the expected files of a golden case, in a
 unit test or in a script.
-SPDX-License-Identifier: GPL-3.0-or-later
 """
+# SPDX-License-Identifier: GPL-3.0-or-later
 import argparse
 import pathlib
 import re

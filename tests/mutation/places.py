@@ -4,8 +4,8 @@ comparisons, logical operators, numeric constants and subscripts.
 The sources are laid out by clang-format, which tells binary operators (blanks on both sides) from
 pointers, references, signs and template brackets. A misjudged place does no harm: its mutant does
 not compile and the next place is taken.
-SPDX-License-Identifier: GPL-3.0-or-later
 """
+# SPDX-License-Identifier: GPL-3.0-or-later
 import re
 from typing import List, NamedTuple
 
