@@ -165,7 +165,8 @@ void timeCalls(benchmark::State& state, const Workload& load, std::size_t varian
 void registerBenchmarks(const Workload& load) {
   const std::vector<double> none;
   const std::vector<double> all(load.skip.size(), 0.0);
-  const auto add = [&load](const char* what, std::size_t variants, std::vector<double> dydp) {
+  const auto add = [&load](const char* what, std::size_t variants,
+                           const std::vector<double>& dydp) {
     benchmark::RegisterBenchmark((load.name + what).c_str(),
                                  [&load, variants, dydp](benchmark::State& state) {
                                    timeCalls(state, load, variants, dydp);
@@ -184,6 +185,7 @@ int main(int argc, char* argv[]) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return EXIT_FAILURE;
   Funclib lib;
   std::vector<Workload> loads;
+  loads.reserve(static_cast<std::size_t>(lib.size()));
   for (int model = 0; model < lib.size(); ++model) loads.emplace_back(lib, model);
   for (const Workload& load : loads) {
     if (!load.isFinite()) {

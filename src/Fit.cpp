@@ -24,7 +24,7 @@ constexpr int kMostDigits = 767;
 
 Fit::Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef,
          Calc& calc, const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
-         Random random)
+         const Random& random)
     : version_(std::move(version)),
       funclib_(funclib),
       method_(method),

@@ -57,7 +57,7 @@ class Fit {
  public:
   Fit(std::string version, const Funclib& funclib, const Method& method, ParDef& pardef, Calc& calc,
       const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
-      Random random = Random());
+      const Random& random = Random());
 
   /// Runs the method list, then computes the standard errors. `jack`: a pass of an error analysis,
   /// which starts from the saved result and leaves it and the disk alone.
@@ -260,7 +260,7 @@ class Fit {
   std::vector<double> curvature(const ParSet& at, int set, const std::vector<int>& parms);
   /// The parameters that are solved for in this set alone, in the order of its declarations.
   [[nodiscard]] std::vector<int> solvedLocals(int set) const;
-  void storeErrors(const std::vector<int>& parms, const std::vector<double>& covariance);
+  void storeErrors(const std::vector<int>& parms, const std::vector<double>& matrix);
   void localCovar(const ParSet& at);
   void globalCovar(const ParSet& at);
   /// Fills `own` and adds the set's part of S to `shared`, its curvature's diagonal to `diagonal`.

@@ -17,7 +17,9 @@ using problem::Problem;
 /// y = p, refused where x is below p.
 double upTo(const Data& d, double* p, std::vector<double>& dydp,
             const std::vector<bool>& /*skip*/) {
-  if (d.x[0] < p[0]) return d.x[0] < 0.0 ? kNaN : kInf;
+  const bool refused = d.x[0] < p[0];
+  if (refused && d.x[0] < 0.0) return kNaN;
+  if (refused) return kInf;
   if (!dydp.empty()) dydp[d.slot(0)] = 1.0;
   return p[0];
 }

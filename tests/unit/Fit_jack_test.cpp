@@ -573,6 +573,8 @@ class Program {
   }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
+  Program(Program&&) = delete;
+  Program& operator=(Program&&) = delete;
 
   /// Reads the channel until `text` has come; false when the process ends before.
   bool waitFor(const std::string& text) {

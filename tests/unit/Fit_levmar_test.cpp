@@ -234,8 +234,8 @@ TEST(Minimiser, EndsAfter300RoundsWithTheLastAcceptedChiSquare) {
 TEST(Minimiser, FailedTrialsCountAsRounds) {
   // Trial and success alternate: 300 rounds, 150 successes.
   const Minimum minimum = minimise(0.0, [](std::size_t call, double) {
-    const double gains = static_cast<double>(call / 2);
-    return Answer{call % 2 == 0 ? 1000.0 - gains : 5000.0, 1.0};
+    const std::size_t gains = call / 2;
+    return Answer{call % 2 == 0 ? 1000.0 - static_cast<double>(gains) : 5000.0, 1.0};
   });
   EXPECT_EQ(minimum.asked.size(), 301U);
   EXPECT_EQ(minimum.chi, 850.0 * 850.0);

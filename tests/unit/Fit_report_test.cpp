@@ -238,7 +238,7 @@ TEST(FitDuration, IsInHoursMinutesAndSecondsWithoutZeroFilling) {
   EXPECT_EQ(durationLine(60), "# Fit duration        0h1m0s");
   EXPECT_EQ(durationLine(125), "# Fit duration        0h2m5s");
   EXPECT_EQ(durationLine(3600), "# Fit duration        1h0m0s");
-  EXPECT_EQ(durationLine(100L * 3600 + 59 * 60 + 1), "# Fit duration        100h59m1s");
+  EXPECT_EQ(durationLine(100L * 3600 + 59L * 60 + 1), "# Fit duration        100h59m1s");
 }
 
 // ---- failures ----

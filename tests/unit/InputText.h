@@ -99,10 +99,7 @@ inline Ending endingOf(const std::function<void()>& call) {
 /// A file with this text, byte for byte, for the life of the object.
 class InputFile {
  public:
-  explicit InputFile(const std::string& text) {
-    static int number = 0;
-    path_ = testing::TempDir() + "dravo_input_" + std::to_string(getpid()) + "_" +
-            std::to_string(number++);
+  explicit InputFile(const std::string& text) : path_(freshPath()) {
     std::ofstream(path_, std::ios::binary) << text;
   }
   ~InputFile() { std::remove(path_.c_str()); }
@@ -112,6 +109,12 @@ class InputFile {
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
+  static std::string freshPath() {
+    static int number = 0;
+    return testing::TempDir() + "dravo_input_" + std::to_string(getpid()) + "_" +
+           std::to_string(number++);
+  }
+
   std::string path_;
 };
 

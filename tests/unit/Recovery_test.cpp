@@ -228,10 +228,11 @@ bool covers(const std::vector<int>& indices, const std::vector<int>& labels) {
 class Input {
  public:
   Input(const Recovery& recovery, std::uint32_t seed)
-      : recovery_(recovery), model_(recovery.model), noise_(seed) {
-    text_ = std::string("FUNCTION ") + recovery.model + "\nMETHOD INIT\nMETHOD " + recovery.method +
-            '\n';
-  }
+      : recovery_(recovery),
+        model_(recovery.model),
+        noise_(seed),
+        text_(std::string("FUNCTION ") + recovery.model + "\nMETHOD INIT\nMETHOD " +
+              recovery.method + '\n') {}
 
   /// The shared parameters, each with a range from half to twice its truth.
   void addGlobals() {

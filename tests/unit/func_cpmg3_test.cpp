@@ -11,10 +11,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <complex>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -831,7 +833,9 @@ TEST(Temp3, RatesBeyondTheRangeOfDoubleAreRefused) {
 
 // ---- what is kept from call to call ----
 
-bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool sameBits(double a, double b) {
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
 
 testing::AssertionResult sameBits(const Evaluation& a, const Evaluation& b) {
   if (!sameBits(a.value, b.value)) {
@@ -855,8 +859,9 @@ std::vector<Call> relatives(const Model& model, const Call& point) {
   };
   add([](Call&) {});
   add([](Call& c) { c.x[0] *= 3; });
-  for (std::size_t k = 1; k < point.x.size(); ++k)
+  for (std::size_t k = 1; k < point.x.size(); ++k) {
     add([=](Call& c) { c.x[k] = 1.25 * c.x[k] + 0.1; });
+  }
   for (std::size_t k = 0; k < model.size(); ++k) add([=](Call& c) { c.p[k] *= 1.001; });
   // the parameters of a neighbour's shifted evaluation
   for (std::size_t k = 0; k < model.size(); ++k) {

@@ -10,9 +10,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cfloat>
 #include <cmath>
 #include <complex>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -802,7 +805,9 @@ TEST(MultipleClosedForm, DerivativesAreThoseOfPropagation) {
 
 // ---- what is kept from call to call ----
 
-bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool sameBits(double a, double b) {
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
 
 testing::AssertionResult sameBits(const Evaluation& a, const Evaluation& b) {
   if (!sameBits(a.value, b.value)) {
