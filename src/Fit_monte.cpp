@@ -1,5 +1,6 @@
 // Monte Carlo error analysis: the fit is repeated on synthetic data, the best-fit curve with
-// Gaussian noise of the size of each point's error. SPDX-License-Identifier: GPL-3.0-or-later
+// Gaussian noise of the size of each point's error.
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "Fit.h"
 
 #include <algorithm>

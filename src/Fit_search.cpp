@@ -139,6 +139,7 @@ void Fit::run_localONEEX(int method, int set) {
       restart(set);
     }
     display_chi(method, "ONEEX", set + 1, 1, 1, totalToShow(best_), start, totalToShow(work_));
+    // The first pass is held against infinity, as in a global fit: a second one follows it.
     fell = first ? work_.isFinite() : better && work_.sumFellFrom(set, start_chi);
   }
 }

@@ -1,9 +1,10 @@
-// Derivatives of models that have no analytic ones.
+// Derivatives of models that have no analytic ones, and what such models keep from call to call.
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
 #include "FuncLib.h"
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -22,3 +23,37 @@ inline constexpr std::size_t kNoAddend = static_cast<std::size_t>(-1);
 /// restored to the bit; one evaluation for each derivative.
 double forwardDifferences(ValueFunc value, std::size_t parms, std::size_t addend, const Data& d,
                           double* p, std::vector<double>& dydp, const std::vector<bool>& skip);
+
+/// The model function of a value. The last parameter is the addend, R20, unless said otherwise.
+template <ValueFunc value, std::size_t kParms, std::size_t kAddend = kParms - 1>
+double withDerivatives(const Data& d, double* p, std::vector<double>& dydp,
+                       const std::vector<bool>& skip) {
+  return forwardDifferences(value, kParms, kAddend, d, p, dydp, skip);
+}
+
+/// What a model keeps for each slot of its ValueFunc, with the numbers that it depends on.
+template <class Kept, std::size_t kNumbers, std::size_t kSlots>
+class SlotCache {
+ public:
+  using Key = std::array<double, kNumbers>;
+
+  /// What `make` gave for this key. Only the last key of each slot is known; a NaN never matches.
+  template <class Make>
+  const Kept& at(std::size_t slot, const Key& key, Make make) {
+    Entry& entry = entries_[slot];
+    if (!entry.filled || entry.key != key) {
+      entry.kept = make();
+      entry.key = key;
+      entry.filled = true;
+    }
+    return entry.kept;
+  }
+
+ private:
+  struct Entry {
+    bool filled = false;
+    Key key;
+    Kept kept;
+  };
+  std::array<Entry, kSlots> entries_;
+};

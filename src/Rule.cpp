@@ -52,6 +52,7 @@ int Rules::decompose(const std::string& full_name, std::vector<int>& indices) co
     }
     if (rest.empty()) fatal("ERROR: Insufficient indices on par '" + full_name + "'\n");
     const std::string token = cutToken(rest, full_name);
+    // In automatic base, as all integers of the input: R20_010_1 has the index 8.
     indices.push_back(static_cast<int>(std::strtol(token.c_str(), nullptr, 0)));
   }
   if (!rest.empty()) {

@@ -276,46 +276,26 @@ Scheme bind3c_2F1B(const Data& d, const double* p) {
 
 constexpr std::size_t kMostParms = 15;
 
-/// The decompositions of one model: one for each parameter vector that the derivatives of a point
-/// cycle through. The key is everything but x0 and R20; a NaN in it never matches.
-class ModeCache {
- public:
-  const ExchangeModes& at(std::size_t slot, SchemeFunc scheme, std::size_t parms, const Data& d,
-                          const double* p) {
-    std::array<double, kMostParms + 4> key{};
-    const auto end = std::copy_n(p, parms - 1, key.begin());
-    std::copy(d.x.begin() + 1, d.x.end(), end);
-    Entry& entry = entries_[slot];
-    if (!entry.filled || entry.key != key) {
-      const Scheme s = scheme(d, p);
-      entry.key = key;
-      entry.filled = true;
-      entry.modes = ExchangeModes::ofThree(s.OmegaB, s.OmegaC, s.rates, equilibrium(s.rates));
-    }
-    return entry.modes;
-  }
+using ModeCache = SlotCache<ExchangeModes, kMostParms + 4, kMostParms>;
 
- private:
-  struct Entry {
-    bool filled = false;
-    std::array<double, kMostParms + 4> key;
-    ExchangeModes modes;
-  };
-  std::array<Entry, kMostParms> entries_;
-};
+/// Everything but x0 and R20.
+ModeCache::Key keyOf(std::size_t parms, const Data& d, const double* p) {
+  ModeCache::Key key{};
+  const auto end = std::copy_n(p, parms - 1, key.begin());
+  std::copy(d.x.begin() + 1, d.x.end(), end);
+  return key;
+}
 
 /// R2eff of a scheme with kParms parameters, R20 the last.
 template <SchemeFunc scheme, std::size_t kParms>
 double value(const Data& d, const double* p, std::size_t slot) {
   static ModeCache cache;
   checkRate(d);
-  return dispersion(d.x[0], cache.at(slot, scheme, kParms, d, p)) + p[kParms - 1];
-}
-
-template <ValueFunc value, std::size_t kParms>
-double withDerivatives(const Data& d, double* p, std::vector<double>& dydp,
-                       const std::vector<bool>& skip) {
-  return forwardDifferences(value, kParms, kParms - 1, d, p, dydp, skip);
+  const ExchangeModes& modes = cache.at(slot, keyOf(kParms, d, p), [&] {
+    const Scheme s = scheme(d, p);
+    return ExchangeModes::ofThree(s.OmegaB, s.OmegaC, s.rates, equilibrium(s.rates));
+  });
+  return dispersion(d.x[0], modes) + p[kParms - 1];
 }
 
 // clang-format off

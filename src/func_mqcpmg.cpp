@@ -265,36 +265,17 @@ double decayRate(int n, const Data& d, int code, const Periods& periods) {
 
 constexpr std::size_t kMostParms = 10;
 
-/// The modes of one model: one entry for each parameter vector that the derivatives of a point
-/// cycle through. They depend on all parameters but R20, on the field factor and the code; a NaN
-/// never matches.
-class PeriodCache {
- public:
-  using Make = Periods (*)(const Coherence& c, double field, const double* p);
+using PeriodCache = SlotCache<Periods, kMostParms + 1, kMostParms>;
+using PeriodFunc = Periods (*)(const Coherence& c, double field, const double* p);
 
-  const Periods& at(std::size_t slot, Make make, std::size_t parms, double field, int code,
-                    const double* p) {
-    std::array<double, kMostParms + 1> key{};
-    const auto end = std::copy_n(p, parms - 1, key.begin());
-    *end = field;
-    *(end + 1) = code;
-    Entry& entry = entries_[slot];
-    if (!entry.filled || entry.key != key) {
-      entry.key = key;
-      entry.filled = true;
-      entry.periods = make(kCoherences[code], field, p);
-    }
-    return entry.periods;
-  }
-
- private:
-  struct Entry {
-    bool filled = false;
-    std::array<double, kMostParms + 1> key;
-    Periods periods;
-  };
-  std::array<Entry, kMostParms> entries_;
-};
+/// All parameters but R20, the field factor and the code.
+PeriodCache::Key keyOf(std::size_t parms, double field, int code, const double* p) {
+  PeriodCache::Key key{};
+  const auto end = std::copy_n(p, parms - 1, key.begin());
+  *end = field;
+  *(end + 1) = code;
+  return key;
+}
 
 Periods twoSites(const Coherence& c, double field, const double* p, double kab, double kba,
                  const std::array<double, 2>& populations) {
@@ -338,23 +319,20 @@ Periods matrix3_k(const Coherence& c, double field, const double* p) {
 }
 
 /// R2eff of a parametrisation of kSites sites with kParms parameters, R20 the last.
-template <PeriodCache::Make make, int kSites, std::size_t kParms>
+template <PeriodFunc make, int kSites, std::size_t kParms>
 double value(const Data& d, const double* p, std::size_t slot) {
   static PeriodCache cache;
   const int code = coherenceCode(d);
-  return p[kParms - 1] + decayRate(kSites, d, code, cache.at(slot, make, kParms, d.x[3], code, p));
+  const double field = d.x[3];
+  const Periods& periods = cache.at(slot, keyOf(kParms, field, code, p),
+                                    [&] { return make(kCoherences[code], field, p); });
+  return p[kParms - 1] + decayRate(kSites, d, code, periods);
 }
 
-template <PeriodCache::Make make, int kSites, std::size_t kParms>
-double withDerivatives(const Data& d, double* p, std::vector<double>& dydp,
-                       const std::vector<bool>& skip) {
-  return forwardDifferences(value<make, kSites, kParms>, kParms, kParms - 1, d, p, dydp, skip);
-}
-
-constexpr ModelFunc fmqcpmg_matrix2_p = withDerivatives<matrix2_p, 2, 5>;
-constexpr ModelFunc fmqcpmg_matrix2_k = withDerivatives<matrix2_k, 2, 5>;
-constexpr ModelFunc fmqcpmg_matrix3_p = withDerivatives<matrix3_p, 3, 10>;
-constexpr ModelFunc fmqcpmg_matrix3_k = withDerivatives<matrix3_k, 3, 10>;
+constexpr ModelFunc fmqcpmg_matrix2_p = withDerivatives<value<matrix2_p, 2, 5>, 5>;
+constexpr ModelFunc fmqcpmg_matrix2_k = withDerivatives<value<matrix2_k, 2, 5>, 5>;
+constexpr ModelFunc fmqcpmg_matrix3_p = withDerivatives<value<matrix3_p, 3, 10>, 10>;
+constexpr ModelFunc fmqcpmg_matrix3_k = withDerivatives<value<matrix3_k, 3, 10>, 10>;
 
 // ---- registration ----
 

@@ -85,24 +85,30 @@ double transverse(const Exchange<kParms>& ex, const Data& d, const double* p,
   return p[kParms] + ex.Rex;
 }
 
+/// Model function of an exchange contribution along the tilted field.
+template <auto exchange, SpinLock (*lock_of)(const Data&)>
+double tiltedModel(const Data& d, double* p, std::vector<double>& dydp,
+                   const std::vector<bool>& skip) {
+  const SpinLock lock = lock_of(d);
+  return tilted(exchange(lock, d, p), sin2Tilt(lock), d, p, dydp, skip);
+}
+
+/// The same on resonance.
+template <auto exchange>
+double transverseModel(const Data& d, double* p, std::vector<double>& dydp,
+                       const std::vector<bool>& skip) {
+  return transverse(exchange(withoutOffset(d), d, p), d, p, dydp, skip);
+}
+
 // ---- no exchange: p = {R20, R1} ----
 
-constexpr Exchange<0> kNoExchange = {0.0, {}};
-
-double fR1rho_const(const Data& d, double* p, std::vector<double>& dydp,
-                    const std::vector<bool>& skip) {
-  return tilted(kNoExchange, sin2Tilt(fieldFirst(d)), d, p, dydp, skip);
+Exchange<0> noExchange(const SpinLock& /*lock*/, const Data& /*d*/, const double* /*p*/) {
+  return {0.0, {}};
 }
 
-double fR1rho_const_off(const Data& d, double* p, std::vector<double>& dydp,
-                        const std::vector<bool>& skip) {
-  return tilted(kNoExchange, sin2Tilt(offsetFirst(d)), d, p, dydp, skip);
-}
-
-double fR1rho_const_on(const Data& d, double* p, std::vector<double>& dydp,
-                       const std::vector<bool>& skip) {
-  return transverse(kNoExchange, d, p, dydp, skip);
-}
+constexpr ModelFunc fR1rho_const = tiltedModel<noExchange, fieldFirst>;
+constexpr ModelFunc fR1rho_const_off = tiltedModel<noExchange, offsetFirst>;
+constexpr ModelFunc fR1rho_const_on = transverseModel<noExchange>;
 
 // ---- London: p = {phi, kex, R20, R1}, phi = pA pB dw^2 ----
 
@@ -116,22 +122,9 @@ Exchange<2> london(const SpinLock& lock, const Data& d, const double* p) {
            phi * field2 / D * (1.0 - 2.0 * square(kex) / D)}};  // kex
 }
 
-double fR1rho_London(const Data& d, double* p, std::vector<double>& dydp,
-                     const std::vector<bool>& skip) {
-  const SpinLock lock = fieldFirst(d);
-  return tilted(london(lock, d, p), sin2Tilt(lock), d, p, dydp, skip);
-}
-
-double fR1rho_London_off(const Data& d, double* p, std::vector<double>& dydp,
-                         const std::vector<bool>& skip) {
-  const SpinLock lock = offsetFirst(d);
-  return tilted(london(lock, d, p), sin2Tilt(lock), d, p, dydp, skip);
-}
-
-double fR1rho_London_on(const Data& d, double* p, std::vector<double>& dydp,
-                        const std::vector<bool>& skip) {
-  return transverse(london(withoutOffset(d), d, p), d, p, dydp, skip);
-}
+constexpr ModelFunc fR1rho_London = tiltedModel<london, fieldFirst>;
+constexpr ModelFunc fR1rho_London_off = tiltedModel<london, offsetFirst>;
+constexpr ModelFunc fR1rho_London_on = transverseModel<london>;
 
 // ---- Kay: p = {dw, kex, pB, R20, R1} ----
 
@@ -151,22 +144,9 @@ Exchange<3> kay(const SpinLock& lock, const Data& d, const double* p) {
            square(delta) * kex / D}};                                               // pB
 }
 
-double fR1rho_Kay(const Data& d, double* p, std::vector<double>& dydp,
-                  const std::vector<bool>& skip) {
-  const SpinLock lock = fieldFirst(d);
-  return tilted(kay(lock, d, p), sin2Tilt(lock), d, p, dydp, skip);
-}
-
-double fR1rho_Kay_off(const Data& d, double* p, std::vector<double>& dydp,
-                      const std::vector<bool>& skip) {
-  const SpinLock lock = offsetFirst(d);
-  return tilted(kay(lock, d, p), sin2Tilt(lock), d, p, dydp, skip);
-}
-
-double fR1rho_Kay_on(const Data& d, double* p, std::vector<double>& dydp,
-                     const std::vector<bool>& skip) {
-  return transverse(kay(withoutOffset(d), d, p), d, p, dydp, skip);
-}
+constexpr ModelFunc fR1rho_Kay = tiltedModel<kay, fieldFirst>;
+constexpr ModelFunc fR1rho_Kay_off = tiltedModel<kay, offsetFirst>;
+constexpr ModelFunc fR1rho_Kay_on = transverseModel<kay>;
 
 // ---- Palmer 2002 and 2005: p = {dw, kex, pB, R20, R1}, derivatives by forward differences ----
 
@@ -226,35 +206,17 @@ double transversePalmer(const Data& d, const double* p, std::size_t /*slot*/) {
   return R20 + rex(onResonance(withoutOffset(d), delta, pB), delta, kex, pB);
 }
 
-double fR1rho_Palmer02(const Data& d, double* p, std::vector<double>& dydp,
-                       const std::vector<bool>& skip) {
-  return forwardDifferences(tiltedPalmer<palmer02, fieldFirst>, 5, kNoAddend, d, p, dydp, skip);
-}
+constexpr ModelFunc fR1rho_Palmer02 =
+    withDerivatives<tiltedPalmer<palmer02, fieldFirst>, 5, kNoAddend>;
+constexpr ModelFunc fR1rho_Palmer02_off =
+    withDerivatives<tiltedPalmer<palmer02, offsetFirst>, 5, kNoAddend>;
+constexpr ModelFunc fR1rho_Palmer02_on = withDerivatives<transversePalmer<palmer02>, 4, kNoAddend>;
 
-double fR1rho_Palmer02_off(const Data& d, double* p, std::vector<double>& dydp,
-                           const std::vector<bool>& skip) {
-  return forwardDifferences(tiltedPalmer<palmer02, offsetFirst>, 5, kNoAddend, d, p, dydp, skip);
-}
-
-double fR1rho_Palmer02_on(const Data& d, double* p, std::vector<double>& dydp,
-                          const std::vector<bool>& skip) {
-  return forwardDifferences(transversePalmer<palmer02>, 4, kNoAddend, d, p, dydp, skip);
-}
-
-double fR1rho_Palmer05(const Data& d, double* p, std::vector<double>& dydp,
-                       const std::vector<bool>& skip) {
-  return forwardDifferences(tiltedPalmer<palmer05, fieldFirst>, 5, kNoAddend, d, p, dydp, skip);
-}
-
-double fR1rho_Palmer05_off(const Data& d, double* p, std::vector<double>& dydp,
-                           const std::vector<bool>& skip) {
-  return forwardDifferences(tiltedPalmer<palmer05, offsetFirst>, 5, kNoAddend, d, p, dydp, skip);
-}
-
-double fR1rho_Palmer05_on(const Data& d, double* p, std::vector<double>& dydp,
-                          const std::vector<bool>& skip) {
-  return forwardDifferences(transversePalmer<palmer05>, 4, kNoAddend, d, p, dydp, skip);
-}
+constexpr ModelFunc fR1rho_Palmer05 =
+    withDerivatives<tiltedPalmer<palmer05, fieldFirst>, 5, kNoAddend>;
+constexpr ModelFunc fR1rho_Palmer05_off =
+    withDerivatives<tiltedPalmer<palmer05, offsetFirst>, 5, kNoAddend>;
+constexpr ModelFunc fR1rho_Palmer05_on = withDerivatives<transversePalmer<palmer05>, 4, kNoAddend>;
 
 // ---- registration ----
 

@@ -6,7 +6,7 @@ usage: run_golden.py --program PATH [--update] CASE_DIRECTORY
 README.md beside this file describes a case directory. Exit status: 0 as expected, 1 different,
 2 the case itself is faulty.
 """
-
+# SPDX-License-Identifier: GPL-3.0-or-later
 import argparse
 import difflib
 import os

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Proves that run_golden.py sees what it is there to see. The program in these cases is the shell:
 its arguments write whatever a test needs. --program is accepted and not used."""
-
+# SPDX-License-Identifier: GPL-3.0-or-later
 import os
 import subprocess
 import sys

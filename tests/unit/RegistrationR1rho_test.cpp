@@ -172,7 +172,7 @@ TEST(RegistrationOrderOfFamilies, RecoveriesStandBetweenTheElementaryCurvesAndTw
   EXPECT_EQ(Names(first - 1, first + 3), (Names{"Gauss2", "2Exp3", "SIRE", "CPMG_const"}));
 }
 
-TEST(RegistrationOrderOfFamilies, R1rhoAndCleanexComeLast) {
+TEST(RegistrationOrderOfFamilies, R1rhoCleanexAndNewerFamiliesComeLast) {
   const Names expected = {
       "R1RHO_CONST",      "R1RHO_CONST_ON",    "R1RHO_CONST_OFF",    "R1RHO_LONDON",
       "R1RHO_LONDON_OFF", "R1RHO_LONDON_ON",   "R1RHO_KAY",          "R1RHO_KAY_ON",

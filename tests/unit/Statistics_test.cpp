@@ -1,5 +1,6 @@
 // Whether the errors are right: those of Monte Carlo, jackknife and covariance on synthetic data of
-// known noise. SPDX-License-Identifier: GPL-3.0-or-later
+// known noise.
+// SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Seeds are fixed, so that a test passes or fails for good. Bounds are 4 standard deviations of
 // what is tested: a correct program fails one such comparison of random data in 16000.
