@@ -178,13 +178,15 @@ def jackknife_row(bench, table):
 
 
 def start_row(bench, table):
-    def shortest(command):
-        return min(Run(command, bench.work).wall for _ in range(300))
-
-    empty = shortest([bench.build / "bench" / "empty"])
-    program = shortest([bench.program, "-i", "three_points.in", "-o", "three_points.out"])
-    table.add("start to exit with three points, over an empty program", f"{program / empty:.2f}",
-              "at most 3", f"{1e3 * program:.2f} ms over {1e3 * empty:.2f} ms")
+    commands = {"empty": [bench.build / "bench" / "empty"],
+                "dravo": [bench.program, "-i", "three_points.in", "-o", "three_points.out"]}
+    shortest = dict.fromkeys(commands, float("inf"))
+    for _ in range(500):  # in turn: whatever slows the machine slows both
+        for name, command in commands.items():
+            shortest[name] = min(shortest[name], Run(command, bench.work).wall)
+    table.add("start to exit with three points, over an empty program",
+              f"{shortest['dravo'] / shortest['empty']:.2f}", "at most 3",
+              f"{1e3 * shortest['dravo']:.2f} ms over {1e3 * shortest['empty']:.2f} ms")
 
 
 def main():
