@@ -141,7 +141,7 @@ class Runner:
 
     def _kill(self, process):
         try:
-            os.killpg(process.pid, signal.SIGKILL)  # the session that _start made
+            os.killpg(process.pid, signal.SIGKILL)  # the group that _start made
         except ProcessLookupError:
             pass
         process.wait()

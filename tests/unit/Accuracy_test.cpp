@@ -481,8 +481,8 @@ Real palmer(Real omega1, Real offset, Real delta, const Reals& p, bool second_or
 }
 
 /// The three variants of a family; `average`: the tilt is that of the population average.
-void addFamily(std::vector<Check>& checks, const std::string& family, std::vector<Draw> exchange,
-               bool average, const RexOf& rex) {
+void addFamily(std::vector<Check>& checks, const std::string& family,
+               const std::vector<Draw>& exchange, bool average, const RexOf& rex) {
   const Draw lock = spread(25, 2000), offset = uniform(-1500, 1500), R1 = uniform(0.5, 3);
   const std::size_t n = exchange.size();
   const auto value = [=](Real nu1, Real offset_hz, const Reals& x, const Reals& p, bool on) {

@@ -339,10 +339,10 @@ TEST(Validity, FitOfR1rhoToBlochMcConnell) {
 // ---- CLEANEX ----
 
 /// Amide and water that exchange both ways; `share`: protons of the amide over those of the water.
-double builtUp(double k, double R1a, double R1b, double share, double t) {
+double builtUp(Real k, Real R1a, Real R1b, Real share, Real t) {
   echo::Matrix L;
-  L.e[0] = {echo::Complex(-Real{R1a} - Real{k}), echo::Complex(Real{k}), 0};
-  L.e[1] = {echo::Complex(Real{k} * share), echo::Complex(-Real{R1b} - Real{k} * share), 0};
+  L.e[0] = {echo::Complex(-R1a - k), echo::Complex(k), 0};
+  L.e[1] = {echo::Complex(k * share), echo::Complex(-R1b - k * share), 0};
   return static_cast<double>(echo::exponential(echo::scaled(L, t)).e[0][1].real());
 }
 
