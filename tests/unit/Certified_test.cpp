@@ -30,6 +30,9 @@ struct Certified {
   double residual_deviation;  ///< square root of the reduced sum of squares
 };
 
+/// Without it GoogleTest prints the bytes, padding that was never set among them.
+void PrintTo(const Certified& certified, std::ostream* out) { *out << certified.name; }
+
 class StatisticalReference : public testing::TestWithParam<Certified> {
  protected:
   StatisticalReference()
