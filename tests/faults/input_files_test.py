@@ -112,7 +112,8 @@ class Enormous(Case):
             [self.program, "-i", f"/dev/fd/{reader}", "-o", "t.out"], cwd=self.place,
             pass_fds=(reader,), stderr=subprocess.PIPE, preexec_fn=self.limited(100))
         os.close(reader)
-        with open(writer, "wb") as out:
+        # Without a buffer: what it held would meet the closed pipe only when it is emptied.
+        with open(writer, "wb", buffering=0) as out:
             try:
                 out.write(b"FUNCTION Linear\nSET one\nFIXED a 1\nFIXED b 1\n")
                 while True:

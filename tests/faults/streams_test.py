@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Standard streams that are closed or that nobody reads: the fit goes on, its files are the same."""
+"""Standard streams that are closed or that nobody reads: the fit goes on with the same files."""
 # SPDX-License-Identifier: GPL-3.0-or-later
 import os
 import subprocess

@@ -32,6 +32,9 @@ struct Certified {
   double residual_deviation;  ///< square root of the reduced chi-square
 };
 
+/// Without it GoogleTest prints the bytes, padding that was never set among them.
+void PrintTo(const Certified& certified, std::ostream* out) { *out << certified.name; }
+
 class StatisticalReference : public testing::TestWithParam<Certified> {
  protected:
   StatisticalReference()
