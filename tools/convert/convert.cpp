@@ -161,6 +161,11 @@ std::vector<std::string> methodOf(const std::vector<Reading>& readings, const Ra
             ? "Errors: sqrt((error of I/I)^2 + (error of I0/I0)^2)/T."
             : "Errors: error of I/(T |I|); that of I0, which shifts a curve, is left out.");
   }
+  if (std::any_of(readings.begin(), readings.end(),
+                  [](const Reading& r) { return !r.temperature_known; })) {
+    lines.push_back("No temperature was stated; " + shortText(Conditions().temp_kelvin) +
+                    " K stands for it and is not read by the model.");
+  }
   if (!options.floor.empty()) {
     lines.push_back("Errors are at least " + options.floor +
                     (rules.floor_fraction > 0.0 ? " of the rate." : " 1/s."));

@@ -177,9 +177,9 @@ class Writer {
       } else if (set.lines.empty()) {
         rejects.add(set.residue->name, "left out: it has no point");
       } else {
-        rejects.add(set.residue->name, "left out: " + std::to_string(set.lines.size()) +
-                                           " points for " + std::to_string(parameters) +
-                                           " parameters");
+        rejects.add(set.residue->name, "left out: too few points, " +
+                                           std::to_string(set.lines.size()) + " for " +
+                                           std::to_string(parameters) + " parameters");
       }
     }
     sets_ = kept;
@@ -330,7 +330,7 @@ class Writer {
     double value = ppm * radPerPpm(*choices_.nucleus, labels_.referenceField());
     if (negative_ratio) value = -value;
     if (rules_.Get_LowerBound(parm) >= 0.0 || !layout_.spinLock()) value = std::fabs(value);
-    const auto [low, high] = std::minmax(0.7 * value, 1.3 * value);
+    const auto [low, high] = std::minmax({0.7 * value, 1.3 * value});
     return {low, high, 3, value};
   }
 
