@@ -98,9 +98,11 @@ std::vector<std::string> setErrors(std::vector<Reading>& readings, ErrorSource f
       case ErrorSource::kNoise: note = fromNoise(experiment); break;
       default: break;
     }
-    const std::string time = key.second ? "" : ", T = " + shortText(key.first.time) + " s";
-    notes.push_back(std::string(key.second ? "Rates at " : "Intensities at ") +
-                    describe(key.first) + time + ": errors are " + note + '.');
+    std::string line = (key.second ? "Rates at " : "Intensities at ") + describe(key.first);
+    if (!key.second) line += ", T = " + shortText(key.first.time) + " s";
+    line += ": errors are ";
+    line += note;
+    notes.push_back(line + '.');
   }
   std::vector<Reading> kept;
   for (const Reading& reading : readings) {
