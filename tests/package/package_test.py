@@ -70,11 +70,14 @@ def install(package, target):
         sys.exit(f"state of the package: {state}")
 
 
-def check_files(target):
+def check_files(target, build):
     """All of examples/ and the user's documentation, and nothing outside the package's own places."""
     doc = target / "usr/share/doc/dravo"
-    wanted = {target / "usr/bin/dravo", target / "usr/share/man/man1/dravo.1",
-              doc / "README.md", doc / "CHANGELOG.md", doc / "copyright"}
+    wanted = {doc / "README.md", doc / "CHANGELOG.md", doc / "copyright"}
+    # A man page for each program; dravo alone where the companions are not built.
+    companions = "DRAVO_BUILD_TOOLS:BOOL=ON" in (build / "CMakeCache.txt").read_text()
+    for page in (ROOT / "docs").glob("*.1" if companions else "dravo.1"):
+        wanted |= {target / "usr/bin" / page.stem, target / "usr/share/man/man1" / page.name}
     for folder, kinds in (("examples", ("*",)), ("docs", ("*.md", "*.png"))):
         for kind in kinds:
             wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / folder).rglob(kind)
@@ -121,7 +124,7 @@ def main():
         check_control(package)
         target = top / "root"
         install(package, target)
-        check_files(target)
+        check_files(target, build)
         check_links(target)
         check_demo(target, top / "demo")
     print(f"{package.name} works")
