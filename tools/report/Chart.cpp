@@ -49,7 +49,8 @@ double tickStep(double width, int count) {
 /// Maps values to one direction of a panel.
 class Axis {
  public:
-  /// Ends the range `pad` of its width further out on both sides; from and to are the places of its ends.
+  /// Ends the range `pad` of its width further out on both sides; from and to are the places of its
+  /// ends.
   Axis(Range range, double pad, double from, double to, int ticks) : from_(from), to_(to) {
     if (range.empty()) range = {0.0, 1.0};
     double width = range.high - range.low;
@@ -61,7 +62,9 @@ class Axis {
     step_ = tickStep(high_ - low_, ticks);
   }
 
-  double place(double value) const { return from_ + (value - low_) / (high_ - low_) * (to_ - from_); }
+  double place(double value) const {
+    return from_ + (value - low_) / (high_ - low_) * (to_ - from_);
+  }
   bool holds(double value) const { return value >= low_ && value <= high_; }
 
   std::vector<double> ticks() const {
@@ -93,13 +96,13 @@ struct Panel {
 };
 
 std::string line(const char* style, double x1, double y1, double x2, double y2) {
-  return std::string("<path class=\"") + style + "\" d=\"M" + at(x1) + ' ' + at(y1) + 'L' + at(x2) + ' ' +
-         at(y2) + "\"/>";
+  return std::string("<path class=\"") + style + "\" d=\"M" + at(x1) + ' ' + at(y1) + 'L' + at(x2) +
+         ' ' + at(y2) + "\"/>";
 }
 
 std::string text(double x, double y, const char* style, const std::string& inner) {
-  return "<text class=\"" + std::string(style) + "\" x=\"" + at(x) + "\" y=\"" + at(y) + "\">" + inner +
-         "</text>";
+  return "<text class=\"" + std::string(style) + "\" x=\"" + at(x) + "\" y=\"" + at(y) + "\">" +
+         inner + "</text>";
 }
 
 /// Grace text as tspans: lowered and raised parts are smaller, and undone by the next part.
@@ -109,7 +112,12 @@ std::string spans(const std::string& grace) {
   for (const TextRun& run : graceText(grace)) {
     result += "<tspan";
     if (run.level != level) {
-      const int shift = (run.level < 0 ? 3 : run.level > 0 ? -5 : 0) - (level < 0 ? 3 : level > 0 ? -5 : 0);
+      const int shift = (run.level < 0   ? 3
+                         : run.level > 0 ? -5
+                                         : 0) -
+                        (level < 0   ? 3
+                         : level > 0 ? -5
+                                     : 0);
       result += " dy=\"" + std::to_string(shift) + "\"";
     }
     if (run.level != 0) result += " font-size=\"9\"";
@@ -121,8 +129,8 @@ std::string spans(const std::string& grace) {
 }
 
 std::string yLabel(double x, double middle, const std::string& inner) {
-  return "<text class=\"lab mid\" transform=\"translate(" + at(x) + ' ' + at(middle) + ") rotate(-90)\">" +
-         inner + "</text>";
+  return "<text class=\"lab mid\" transform=\"translate(" + at(x) + ' ' + at(middle) +
+         ") rotate(-90)\">" + inner + "</text>";
 }
 
 /// Grid lines and numbers of the y axis.
@@ -139,7 +147,8 @@ std::string xAxis(const Panel& p, bool numbers) {
   std::string result = line("axis", p.left, p.bottom, p.right, p.bottom);
   for (const double tick : p.x.ticks()) {
     result += line("axis", p.x.place(tick), p.bottom, p.x.place(tick), p.bottom + 4);
-    if (numbers) result += text(p.x.place(tick), p.bottom + 17, "num mid", escaped(p.x.tickText(tick)));
+    if (numbers)
+      result += text(p.x.place(tick), p.bottom + 17, "num mid", escaped(p.x.tickText(tick)));
   }
   return result;
 }
@@ -148,13 +157,16 @@ std::string xAxis(const Panel& p, bool numbers) {
 std::string marker(std::size_t shape, double x, double y, double r) {
   const std::string d = at(2 * r);
   switch (shape % 4) {
-    case 0: return 'M' + at(x - r) + ' ' + at(y) + 'a' + at(r) + ' ' + at(r) + " 0 1 0 " + d + " 0a" + at(r) +
-                   ' ' + at(r) + " 0 1 0 -" + d + " 0z";
+    case 0:
+      return 'M' + at(x - r) + ' ' + at(y) + 'a' + at(r) + ' ' + at(r) + " 0 1 0 " + d + " 0a" +
+             at(r) + ' ' + at(r) + " 0 1 0 -" + d + " 0z";
     case 1: return 'M' + at(x - r) + ' ' + at(y - r) + 'h' + d + 'v' + d + "h-" + d + 'z';
-    case 2: return 'M' + at(x) + ' ' + at(y - 1.2 * r) + 'l' + at(1.2 * r) + ' ' + at(2.1 * r) + "h-" +
-                   at(2.4 * r) + 'z';
-    default: return 'M' + at(x) + ' ' + at(y - 1.3 * r) + 'l' + at(1.3 * r) + ' ' + at(1.3 * r) + 'l' +
-                    at(-1.3 * r) + ' ' + at(1.3 * r) + 'l' + at(-1.3 * r) + ' ' + at(-1.3 * r) + 'z';
+    case 2:
+      return 'M' + at(x) + ' ' + at(y - 1.2 * r) + 'l' + at(1.2 * r) + ' ' + at(2.1 * r) + "h-" +
+             at(2.4 * r) + 'z';
+    default:
+      return 'M' + at(x) + ' ' + at(y - 1.3 * r) + 'l' + at(1.3 * r) + ' ' + at(1.3 * r) + 'l' +
+             at(-1.3 * r) + ' ' + at(1.3 * r) + 'l' + at(-1.3 * r) + ' ' + at(-1.3 * r) + 'z';
   }
 }
 
@@ -237,7 +249,8 @@ std::string dataMarks(const Set& set, const Panel& p, bool errors, double radius
   std::string result;
   for (std::size_t k = 0; k < set.series.size(); ++k) {
     for (const auto& curve : set.series[k].curves) {
-      result += pathOf("curve s" + std::to_string(k % 3), curvePath(curve, p));
+      const char* dash = (k / 3) % 2 == 0 ? "" : " dash";
+      result += pathOf("curve s" + std::to_string(k % 3) + dash, curvePath(curve, p));
     }
     if (errors) result += pathOf("bar s" + std::to_string(k % 3), barPath(set.series[k], p));
     std::string d;
@@ -260,8 +273,9 @@ std::optional<double> residual(const SeriesPoint& point, bool errors) {
 std::string residualPanel(const Run& run, const Set& set, const Panel& p, double label_x) {
   std::string result = yAxis(p);
   if (run.errors_known) {
-    result += "<rect class=\"band\" x=\"" + at(p.left) + "\" y=\"" + at(p.y.place(1)) + "\" width=\"" +
-              at(p.right - p.left) + "\" height=\"" + at(p.y.place(-1) - p.y.place(1)) + "\"/>";
+    result += "<rect class=\"band\" x=\"" + at(p.left) + "\" y=\"" + at(p.y.place(1)) +
+              "\" width=\"" + at(p.right - p.left) + "\" height=\"" +
+              at(p.y.place(-1) - p.y.place(1)) + "\"/>";
   }
   result += line("zero", p.left, p.y.place(0), p.right, p.y.place(0));
   for (std::size_t k = 0; k < set.series.size(); ++k) {
@@ -282,7 +296,8 @@ Range residualRange(const Run& run, const Set& set) {
   double most = run.errors_known ? 2.2 : 0.0;
   for (const Series& series : set.series) {
     for (const SeriesPoint& point : series.points) {
-      if (const auto value = residual(point, run.errors_known)) most = std::max(most, std::fabs(*value));
+      if (const auto value = residual(point, run.errors_known))
+        most = std::max(most, std::fabs(*value));
     }
   }
   if (most == 0.0) most = 1.0;
@@ -295,7 +310,8 @@ Range residualRange(const Run& run, const Set& set) {
 std::optional<int> residueNumber(const std::string& title) {
   const std::size_t digit = title.find_first_of("0123456789");
   if (digit == std::string::npos) return std::nullopt;
-  const std::string digits = title.substr(digit, title.find_first_not_of("0123456789", digit) - digit);
+  const std::string digits =
+      title.substr(digit, title.find_first_not_of("0123456789", digit) - digit);
   if (digits.size() > 6) return std::nullopt;
   return std::atoi(digits.c_str());
 }
@@ -311,8 +327,8 @@ Places placesOf(const Run& run) {
   std::vector<int> seen;
   for (const Set& set : run.sets) {
     const auto number = residueNumber(set.title);
-    places.residues = places.residues && number &&
-                      std::find(seen.begin(), seen.end(), *number) == seen.end();
+    places.residues =
+        places.residues && number && std::find(seen.begin(), seen.end(), *number) == seen.end();
     if (number) seen.push_back(*number);
     places.x.push_back(number.value_or(0));
   }
@@ -332,25 +348,29 @@ std::vector<Along> gather(const Run& run, const Places& places) {
   std::vector<Along> all;
   for (std::size_t s = 0; s < run.sets.size(); ++s) {
     for (const Parameter& p : run.sets[s].parameters) {
-      const bool same = p.status == Parameter::Status::kShared || p.status == Parameter::Status::kFixed;
+      const bool same =
+          p.status == Parameter::Status::kShared || p.status == Parameter::Status::kFixed;
       if (same || !std::isfinite(p.value.value)) continue;
-      auto along = std::find_if(all.begin(), all.end(), [&p](const Along& a) { return a.base == p.base; });
+      auto along =
+          std::find_if(all.begin(), all.end(), [&p](const Along& a) { return a.base == p.base; });
       if (along == all.end()) along = all.insert(all.end(), Along{p.base, p.unit, {}});
       auto series = std::find_if(along->series.begin(), along->series.end(),
                                  [&p](const Series& one) { return one.name == p.name; });
       if (series == along->series.end()) {
         series = along->series.insert(along->series.end(), Series{p.name, "", {}, {}});
       }
-      const std::optional<Number>& error =
-          p.status == Parameter::Status::kDerived ? (p.monte_error ? p.monte_error : p.jack_error) : p.error;
-      series->points.push_back({places.x[s], p.value.value, error ? error->value : 0.0, std::nullopt});
+      const std::optional<Number>& error = p.status == Parameter::Status::kDerived
+                                               ? (p.monte_error ? p.monte_error : p.jack_error)
+                                               : p.error;
+      series->points.push_back(
+          {places.x[s], p.value.value, error ? error->value : 0.0, std::nullopt});
     }
   }
   return all;
 }
 
-/// Values fill the axis; of the bars it takes as much as the values span, so that one bad fit does not
-/// press all others flat.
+/// Values fill the axis; of the bars it takes as much as the values span, so that one bad fit does
+/// not press all others flat.
 Range alongRange(const Along& along) {
   Range values;
   Range range;
@@ -368,6 +388,15 @@ Range alongRange(const Along& along) {
   return range;
 }
 
+/// False for a quantity that depends on shared parameters alone.
+bool varies(const Along& along) {
+  Range range;
+  for (const Series& series : along.series) {
+    for (const SeriesPoint& point : series.points) range.take(point.y);
+  }
+  return range.high > range.low;
+}
+
 std::string alongTicks(const Run& run, const Places& places, const Panel& p) {
   if (places.residues) return xAxis(p, true);
   std::string result = line("axis", p.left, p.bottom, p.right, p.bottom);
@@ -377,8 +406,9 @@ std::string alongTicks(const Run& run, const Places& places, const Panel& p) {
   for (std::size_t s = 0; s < run.sets.size(); s += every) {
     const double x = p.x.place(places.x[s]);
     result += line("axis", x, p.bottom, x, p.bottom + 4);
-    result += "<text class=\"num end\" transform=\"translate(" + at(x + 3) + ' ' + at(p.bottom + 9) +
-              ") rotate(-60)\">" + escaped(run.sets[s].title.substr(0, 12)) + "</text>";
+    result += "<text class=\"num end\" transform=\"translate(" + at(x + 3) + ' ' +
+              at(p.bottom + 9) + ") rotate(-60)\">" + escaped(run.sets[s].title.substr(0, 12)) +
+              "</text>";
   }
   return result;
 }
@@ -395,9 +425,11 @@ Figure alongFigure(const Run& run, const Along& along, const Places& places) {
   const double bottom = places.residues ? 165 : 150;
   const Axis y(alongRange(along), 0.06, bottom, top, 4);
   const double left = 26 + numberWidth(y);
-  const double pad = places.residues ? 0.03 : 0.5 / std::max(1.0, static_cast<double>(run.sets.size() - 1));
+  const double pad =
+      places.residues ? 0.03 : 0.5 / std::max(1.0, static_cast<double>(run.sets.size() - 1));
   const Panel p{left, top, 630, bottom, Axis(x, pad, left, 630, 10), y};
-  figure.body = names + yAxis(p) + alongTicks(run, places, p) + dataMarks(marks, p, true, run.sets.size() > 60 ? 2.2 : 3.0);
+  figure.body = names + yAxis(p) + alongTicks(run, places, p) +
+                dataMarks(marks, p, true, run.sets.size() > 60 ? 2.2 : 3.0);
   const std::string unit = along.unit.empty() ? "" : " (" + prettyUnit(along.unit) + ")";
   figure.body += yLabel(12, (top + bottom) / 2, escaped(along.base + unit));
   figure.body += text((left + 630) / 2, 205, "lab mid", places.residues ? "residue" : "set");
@@ -405,15 +437,16 @@ Figure alongFigure(const Run& run, const Along& along, const Places& places) {
 }
 
 void replaceAll(std::string& text, const std::string& from, const std::string& to) {
-  for (std::size_t i = text.find(from); i != std::string::npos; i = text.find(from, i + to.size())) {
+  for (std::size_t i = text.find(from); i != std::string::npos;
+       i = text.find(from, i + to.size())) {
     text.replace(i, from.size(), to);
   }
 }
 
 std::string openingTag(const Figure& figure, const std::string& extra) {
   return "<svg class=\"fig\" viewBox=\"0 0 " + std::to_string(figure.width) + ' ' +
-         std::to_string(figure.height) + "\" role=\"img\" aria-label=\"" + escaped(figure.label) + "\"" +
-         extra + '>';
+         std::to_string(figure.height) + "\" role=\"img\" aria-label=\"" + escaped(figure.label) +
+         "\"" + extra + '>';
 }
 
 }  // namespace
@@ -429,13 +462,15 @@ Figure setFigure(const Run& run, const Set& set) {
   const bool residuals = set.residuals > 0;
   const double bottom = residuals ? 275 : 375;
   const Axis y_axis(y, 0.04, bottom, top, 5);
-  const Axis residual_axis(residualRange(run, set), 0.08, 375, 293, 3);
+  const Axis residual_axis(residualRange(run, set), 0.08, 375, 293, 5);
   const double left = 30 + std::max(numberWidth(y_axis), numberWidth(residual_axis));
   const Axis x_axis(x, 0.02, left, 630, 7);
   const Panel data{left, top, 630, bottom, x_axis, y_axis};
-  figure.body += yAxis(data) + xAxis(data, !residuals) + dataMarks(set, data, run.errors_known, 3.4);
+  figure.body += yAxis(data) + xAxis(data, !residuals) +
+                 dataMarks(set, data, run.errors_known, set.points > 150 ? 2.6 : 3.4);
   figure.body += yLabel(13, (top + bottom) / 2, spans(run.y_label));
-  if (residuals) figure.body += residualPanel(run, set, {left, 293, 630, 375, x_axis, residual_axis}, 13);
+  if (residuals)
+    figure.body += residualPanel(run, set, {left, 293, 630, 375, x_axis, residual_axis}, 13);
   figure.body += text((left + 630) / 2, 412, "lab mid", spans(run.x_label));
   return figure;
 }
@@ -451,7 +486,7 @@ Figure smallFigure(const Run& run, const Set& set) {
   takePoints(set, false, x, y);
   const Axis y_axis(y, 0.05, 94, 6, 3);
   const double left = 6 + numberWidth(y_axis) + 4;
-  const Panel p{left, 6, 174, 94, Axis(x, 0.03, left, 174, 2), y_axis};
+  const Panel p{left, 6, 162, 94, Axis(x, 0.03, left, 162, 2), y_axis};
   figure.body = yAxis(p) + xAxis(p, true) + dataMarks(set, p, false, 1.7);
   return figure;
 }
@@ -460,7 +495,9 @@ std::vector<Figure> alongFigures(const Run& run) {
   std::vector<Figure> figures;
   if (run.sets.size() < 2) return figures;
   const Places places = placesOf(run);
-  for (const Along& along : gather(run, places)) figures.push_back(alongFigure(run, along, places));
+  for (const Along& along : gather(run, places)) {
+    if (varies(along)) figures.push_back(alongFigure(run, along, places));
+  }
   return figures;
 }
 
@@ -478,15 +515,19 @@ Figure gridOf(const std::vector<Figure>& figures, const std::vector<std::string>
   return grid;
 }
 
-std::string inlineSvg(const Figure& figure) { return openingTag(figure, "") + figure.body + "</svg>"; }
+std::string inlineSvg(const Figure& figure) {
+  return openingTag(figure, "") + figure.body + "</svg>";
+}
 
 std::string standaloneSvg(const Figure& figure) {
   std::string style = chartStyle();
   for (const auto& [variable, colour] : kLight) replaceAll(style, variable, colour);
-  const std::string size = " xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(figure.width) +
-                           "\" height=\"" + std::to_string(figure.height) + "\"";
+  const std::string size = " xmlns=\"http://www.w3.org/2000/svg\" width=\"" +
+                           std::to_string(figure.width) + "\" height=\"" +
+                           std::to_string(figure.height) + "\"";
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + openingTag(figure, size) + "\n<title>" +
-         escaped(figure.label) + "</title>\n<style>" + style + "</style>\n" + figure.body + "\n</svg>\n";
+         escaped(figure.label) + "</title>\n<style>" + style + "</style>\n" + figure.body +
+         "\n</svg>\n";
 }
 
 std::string chartStyle() {
@@ -506,6 +547,7 @@ std::string chartStyle() {
 .fig .s1{stroke:var(--ink)}
 .fig .s2{stroke:var(--soft)}
 .fig .curve{fill:none;stroke-width:1.7}
+.fig .dash{stroke-dasharray:5 3}
 .fig .bar{fill:none;stroke-width:1}
 .fig .mark{stroke-width:1.2}
 .fig .full.s0{fill:var(--accent)}

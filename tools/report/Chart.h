@@ -1,6 +1,6 @@
 // Figures as SVG: a set with its residuals, small multiples, a parameter along the sets.
-// Colours are CSS variables; the page sets them for light and dark, a file of its own has them written in.
-// SPDX-License-Identifier: GPL-3.0-or-later
+// Colours are CSS variables; the page sets them for light and dark, a file of its own has them
+// written in. SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
 #include "Run.h"
@@ -19,7 +19,8 @@ struct Figure {
 Figure setFigure(const Run& run, const Set& set);
 Figure smallFigure(const Run& run, const Set& set);
 
-/// One figure for each base parameter or quantity that is not the same in all sets; none for one set.
+/// One figure for each base parameter or quantity that is not the same in all sets; none for one
+/// set.
 std::vector<Figure> alongFigures(const Run& run);
 
 /// The small figures in rows, as one.

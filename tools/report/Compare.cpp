@@ -22,7 +22,8 @@ std::vector<Row> sortedRows(const Run& run, const Set& set) {
   for (const Point& point : set.data) {
     rows.push_back({point.x[column], point.y, run.errors_known ? point.error : 1.0});
   }
-  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.tied() < b.tied(); });
+  std::sort(rows.begin(), rows.end(),
+            [](const Row& a, const Row& b) { return a.tied() < b.tied(); });
   return rows;
 }
 
@@ -30,8 +31,8 @@ bool near(double a, double b, double relative) {
   return std::fabs(a - b) <= relative * std::max(std::fabs(a), std::fabs(b));
 }
 
-/// "" for the same data, else the first difference. x may differ in its fifth digit: the matrix models
-/// want 1/tcp rounded up.
+/// "" for the same data, else the first difference. x may differ in its fifth digit: the matrix
+/// models want 1/tcp rounded up.
 std::string difference(const std::vector<Row>& a, const std::vector<Row>& b) {
   if (a.size() != b.size()) {
     return std::to_string(b.size()) + " points instead of " + std::to_string(a.size());
@@ -42,12 +43,12 @@ std::string difference(const std::vector<Row>& a, const std::vector<Row>& b) {
       return "x is " + general(b[i].x, 6) + " instead of " + general(a[i].x, 6);
     }
     if (!near(a[i].y, b[i].y, 1e-6)) {
-      return "y is " + general(b[i].y, 6) + " instead of " + general(a[i].y, 6) + " at x = " +
-             general(a[i].x, 6);
+      return "y is " + general(b[i].y, 6) + " instead of " + general(a[i].y, 6) +
+             " at x = " + general(a[i].x, 6);
     }
     if (!near(a[i].error, b[i].error, 1e-6)) {
-      return "the error is " + general(b[i].error, 6) + " instead of " + general(a[i].error, 6) + ' ' +
-             place;
+      return "the error is " + general(b[i].error, 6) + " instead of " + general(a[i].error, 6) +
+             ' ' + place;
     }
   }
   return "";
@@ -97,8 +98,9 @@ std::vector<std::string> allTitles(const std::vector<std::vector<std::string>>& 
   return all;
 }
 
-Comparison compareSet(const std::vector<Run>& runs, const std::vector<std::vector<std::string>>& titles,
-                      const std::string& title, bool errors_known) {
+Comparison compareSet(const std::vector<Run>& runs,
+                      const std::vector<std::vector<std::string>>& titles, const std::string& title,
+                      bool errors_known) {
   Comparison comparison;
   comparison.title = title;
   std::optional<std::vector<Row>> reference;
@@ -120,7 +122,8 @@ Comparison compareSet(const std::vector<Run>& runs, const std::vector<std::vecto
   return comparison;
 }
 
-/// A run counts in the total when each of its sets has the data of the first run, and none is missing.
+/// A run counts in the total when each of its sets has the data of the first run, and none is
+/// missing.
 Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparison>& sets,
                         const std::vector<std::vector<std::string>>& titles, bool errors_known) {
   Comparison total;
@@ -139,8 +142,8 @@ Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparis
     }
     total.different.push_back(different);
     if (!different.empty()) continue;
-    total.criteria.push_back(makeCriteria(r, runs[r].chi(), runs[r].report.points,
-                                          runs[r].adjustable(), errors_known));
+    total.criteria.push_back(
+        makeCriteria(r, runs[r].chi(), runs[r].report.points, runs[r].adjustable(), errors_known));
   }
   addTests(runs, total);
   return total;
@@ -177,7 +180,8 @@ const Criteria* Comparison::of(std::size_t run) const {
 const Criteria* Comparison::best(double Criteria::*criterion) const {
   const Criteria* best = nullptr;
   for (const Criteria& c : criteria) {
-    if (std::isfinite(c.*criterion) && (best == nullptr || c.*criterion < best->*criterion)) best = &c;
+    if (std::isfinite(c.*criterion) && (best == nullptr || c.*criterion < best->*criterion))
+      best = &c;
   }
   return best;
 }
@@ -187,7 +191,8 @@ Comparisons compareRuns(const std::vector<Run>& runs) {
   if (runs.size() < 2) return result;
   // One rule for all, or the criteria could not be compared; where only some have errors the data
   // differ by their weights anyway.
-  result.errors_known = std::any_of(runs.begin(), runs.end(), [](const Run& r) { return r.errors_known; });
+  result.errors_known =
+      std::any_of(runs.begin(), runs.end(), [](const Run& r) { return r.errors_known; });
   std::vector<std::vector<std::string>> titles;
   for (const Run& run : runs) titles.push_back(uniqueTitles(run));
   for (const std::string& title : allTitles(titles)) {

@@ -1,6 +1,6 @@
 // Several models of the same data: information criteria and F tests.
-// With known errors -2 ln L is chi-square but for a constant, otherwise n ln(chi-square/n) and the error
-// is one parameter more. AICc: Hurvich and Tsai, Biometrika 76, 297 (1989).
+// With known errors -2 ln L is chi-square but for a constant, otherwise n ln(chi-square/n) and the
+// error is one parameter more. AICc: Hurvich and Tsai, Biometrika 76, 297 (1989).
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 

@@ -17,12 +17,13 @@ bool fileExists(const std::string& path);
 /// All of a file; fails with a message.
 std::string readFile(const std::string& path);
 
-/// Its lines without line ends, as the input file is read: a last one needs none, LF and CR LF are alike.
+/// Its lines without line ends, as the input file is read: a last one needs none, LF and CR LF are
+/// alike.
 std::vector<std::string> linesOf(const std::string& text);
 
 /// What is to be written, in memory: paths ("-": standard output) and contents.
 using Outputs = std::vector<std::pair<std::string, std::string>>;
 
-/// Writes each file beside its place and, when all are complete, renames them: after a failure every
-/// file is what it was before. A failure ends the program.
+/// Writes each file beside its place and, when all are complete, renames them: after a failure
+/// every file is what it was before. A failure ends the program.
 void writeAll(const Outputs& outputs);

@@ -8,7 +8,8 @@ namespace {
 constexpr Axes kCpmg = {R"(1/\xt\f{}\sCP\N (s\S-1\N))", R"(\qR\Q\s2\N\Seff\N (s\S-1\N))"};
 constexpr Axes kR1rho = {R"(\xw\f{}\s1\N/(2\xp\f{}) (s\S-1\N))",
                          R"(\qR\Q\s1\xr\f{}\N\Seff\N (s\S-1\N))"};
-constexpr Axes kR1rhoOffset = {R"(\xW\f{}/(2\xp\f{}) (Hz))", R"(\qR\Q\s1\xr\f{}\N\Seff\N (s\S-1\N))"};
+constexpr Axes kR1rhoOffset = {R"(\xW\f{}/(2\xp\f{}) (Hz))",
+                               R"(\qR\Q\s1\xr\f{}\N\Seff\N (s\S-1\N))"};
 constexpr Axes kBuildUp = {"Delay (s)", R"(I(t) / I\s0)"};
 constexpr Axes kCurve = {"x", "y"};
 

@@ -30,7 +30,8 @@ struct Model {
   int labels;   // digits of the label word, 0: none
   Exchange exchange;
   std::span<const ParameterRow> parameters;
-  bool offset_first = false;  // R1rho with the offset in the first column, the spin lock in the second
+  bool offset_first =
+      false;  // R1rho with the offset in the first column, the spin lock in the second
 };
 
 std::span<const Model> allModels();

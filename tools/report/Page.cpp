@@ -62,7 +62,8 @@ std::string valueText(const Parameter& p) {
   const bool plain = std::isfinite(value) && std::fabs(value) >= 1e-3 && std::fabs(value) < 1e6;
   const bool derived = p.status == Status::kDerived && !(errorOf(p) > 0.0);
   if (!derived || !plain) return roundedTo(value, errorOf(p));
-  return fixedPoint(value, std::max(0, 3 - static_cast<int>(std::floor(std::log10(std::fabs(value))))));
+  return fixedPoint(value,
+                    std::max(0, 3 - static_cast<int>(std::floor(std::log10(std::fabs(value))))));
 }
 
 std::string errorCell(const std::optional<Number>& error) {
@@ -78,14 +79,16 @@ std::string labelHtml(const std::string& grace) {
   std::string html;
   for (const TextRun& run : graceText(grace)) {
     const std::string tag = run.level < 0 ? "sub" : run.level > 0 ? "sup" : run.slanted ? "i" : "";
-    html += tag.empty() ? escaped(run.text) : "<" + tag + ">" + escaped(run.text) + "</" + tag + ">";
+    html +=
+        tag.empty() ? escaped(run.text) : "<" + tag + ">" + escaped(run.text) + "</" + tag + ">";
   }
   return html;
 }
 
 class Page {
  public:
-  Page(const std::vector<Run>& runs, const Comparisons& comparisons, const std::vector<Remark>& remarks)
+  Page(const std::vector<Run>& runs, const Comparisons& comparisons,
+       const std::vector<Remark>& remarks)
       : runs_(runs), comparisons_(comparisons), remarks_(remarks) {}
 
   std::string make(const std::string& title) {
@@ -93,22 +96,24 @@ class Page {
     remarkList();
     if (runs_.size() > 1) comparison();
     for (std::size_t r = 0; r < runs_.size(); ++r) runSection(r);
-    out_ += "</main>\n<footer>dravo-report " DRAVO_VERSION
-            ". Residuals are differences to the plotted curves, which are interpolated between their "
-            "points. Hover over a rounded number for all its digits.</footer>\n<script>" +
-            std::string(kPageScript) + "</script>\n</body>\n</html>\n";
+    out_ +=
+        "</main>\n<footer>dravo-report " DRAVO_VERSION
+        ". Residuals are differences to the plotted curves, which are interpolated between their "
+        "points. Hover over a rounded number for all its digits.</footer>\n<script>" +
+        std::string(kPageScript) + "</script>\n</body>\n</html>\n";
     return std::move(out_);
   }
 
  private:
   void head(const std::string& title) {
-    out_ += "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-            // The browser itself keeps the page from fetching anything.
-            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
-            "style-src 'unsafe-inline'; script-src 'unsafe-inline'; base-uri 'none'\">\n<title>" +
-            escaped(title) + "</title>\n<style>" + kPageStyle + chartStyle() +
-            "</style>\n</head>\n<body>\n<header>\n<h1>" + escaped(title) + "</h1>\n<nav>";
+    out_ +=
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+        // The browser itself keeps the page from fetching anything.
+        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
+        "style-src 'unsafe-inline'; script-src 'unsafe-inline'; base-uri 'none'\">\n<title>" +
+        escaped(title) + "</title>\n<style>" + kPageStyle + chartStyle() +
+        "</style>\n</head>\n<body>\n<header>\n<h1>" + escaped(title) + "</h1>\n<nav>";
     out_ += link("remarks", "Remarks");
     if (runs_.size() > 1) out_ += link("comparison", "Comparison of models");
     for (std::size_t r = 0; r < runs_.size(); ++r) out_ += link(runId(r), runs_[r].name);
@@ -118,8 +123,9 @@ class Page {
   void remarkList() {
     out_ += "<h2 id=\"remarks\">Remarks</h2>\n";
     if (remarks_.empty()) {
-      out_ += "<p>None: no parameter at a bound, no error larger than its value, X2/DoF as noise gives "
-              "it, minimisations that ended.</p>\n";
+      out_ +=
+          "<p>None: no parameter at a bound, no error larger than its value, X2/DoF as noise gives "
+          "it, minimisations that ended.</p>\n";
       return;
     }
     out_ += "<ul class=\"remarks\">\n";
@@ -147,8 +153,14 @@ class Page {
     const auto linkTo = [this, r](const Remark& remark) {
       return link(setId(r, *remark.set), runs_[r].sets[*remark.set].title);
     };
-    if (of_sets.size() == 1) item(run + linkTo(*of_sets[0]) + ": " + escaped(of_sets[0]->text));
-    if (of_sets.size() < 2) return;
+    const bool one_set = std::all_of(of_sets.begin(), of_sets.end(), [&of_sets](const Remark* m) {
+      return m->set == of_sets[0]->set;
+    });
+    if (one_set) {
+      for (const Remark* remark : of_sets)
+        item(run + linkTo(*remark) + ": " + escaped(remark->text));
+      return;
+    }
     std::string links;
     std::size_t count = 0;
     const Remark* last = nullptr;
@@ -159,28 +171,32 @@ class Page {
       ++count;
     }
     item(run + escaped(kind.several) + " in " + std::to_string(count) + " of " +
-         std::to_string(runs_[r].sets.size()) + (runs_[r].sets.size() == 1 ? " set: " : " sets: ") + links);
+         std::to_string(runs_[r].sets.size()) + " sets: " + links);
   }
 
   void comparison() {
     out_ += "<h2 id=\"comparison\">Comparison of models</h2>\n<p>";
-    out_ += comparisons_.errors_known
-                ? "The errors of the points are taken as Gaussian, independent and of the stated size: "
-                  "AIC = X2 + 2k, BIC = X2 + k ln n, with n points and k adjustable parameters. "
-                : "The errors of the points are not known, and taken as Gaussian, independent and all "
-                  "equal: AIC = n ln(X2/n) + 2k, BIC = n ln(X2/n) + k ln n, with n points and k "
-                  "counting the size of the error too. ";
-    out_ += "AICc = AIC + 2k(k + 1)/(n - k - 1). The smallest value of a criterion is in bold; "
-            "differences below 2 mean little. The F test asks how often noise alone would lower X2 as "
-            "much as the additional parameters did: it does not need the size of the errors, but the "
-            "smaller model must be a special case of the larger. Where it is a limit at the edge of a "
-            "range (no exchange: kex then means nothing) p is approximate. In a set, shared parameters "
-            "are counted in full, and its X2 is not the least it could have alone: trust the total "
-            "there. All criteria compare fits of the same points, which has been checked: "
-            "by x0, y and error.</p>\n";
+    out_ +=
+        comparisons_.errors_known
+            ? "The errors of the points are taken as Gaussian, independent and of the stated size: "
+              "AIC = X2 + 2k, BIC = X2 + k ln n, with n points and k adjustable parameters. "
+            : "The errors of the points are not known, and taken as Gaussian, independent and all "
+              "equal: AIC = n ln(X2/n) + 2k, BIC = n ln(X2/n) + k ln n, with n points and k "
+              "counting the size of the error too. ";
+    out_ +=
+        "AICc = AIC + 2k(k + 1)/(n - k - 1). The smallest value of a criterion is in bold; "
+        "differences below 2 mean little. The F test asks how often noise alone would lower X2 as "
+        "much as the additional parameters did: it does not need the size of the errors, but the "
+        "smaller model must be a special case of the larger. Where it is a limit at the edge of a "
+        "range (no exchange: kex then means nothing) p is approximate. In a set, shared parameters "
+        "are counted in full, and its X2 is not the least it could have alone: trust the total "
+        "there. All criteria compare fits of the same points, which has been checked: "
+        "by x0, y and error.</p>\n";
     warnDifferences();
     if (comparisons_.total.criteria.size() > 1) {
-      out_ += "<h3>All sets together</h3>\n";
+      out_ += "<h3>All sets together</h3>\n<p id=\"verdict\">Smallest AIC: " +
+              bestName(&Criteria::aic) + ", AICc: " + bestName(&Criteria::aicc) +
+              ", BIC: " + bestName(&Criteria::bic) + ".</p>\n";
       totalTable();
       testTable(comparisons_.total);
     }
@@ -197,6 +213,11 @@ class Page {
                "): its X2 and criteria cannot be compared as a whole.</li>\n";
     }
     if (!items.empty()) out_ += "<ul class=\"remarks\">\n" + items + "</ul>\n";
+  }
+
+  std::string bestName(double Criteria::*criterion) const {
+    const Criteria* best = comparisons_.total.best(criterion);
+    return best == nullptr ? "none" : link(runId(best->run), runs_[best->run].name);
   }
 
   std::string criterionCell(const Comparison& c, const Criteria& one, double Criteria::*criterion) {
@@ -241,7 +262,8 @@ class Page {
     if (c.tests.empty()) return;
     out_ += "<div class=\"wide\"><table id=\"f-tests\"><thead><tr>";
     for (const char* name : {"Smaller", "Larger"}) out_ += headCell(name, false, false);
-    for (const char* name : {"more parameters", "DoF", "F", "p"}) out_ += headCell(name, false, true);
+    for (const char* name : {"more parameters", "DoF", "F", "p"})
+      out_ += headCell(name, false, true);
     out_ += headCell("The smaller model is", false, false) + "</tr></thead><tbody>\n";
     for (const FTest& t : c.tests) {
       out_ += "<tr>" + cell(link(runId(t.simple), runs_[t.simple].name)) +
@@ -271,16 +293,19 @@ class Page {
   /// A row for each set: X2/DoF and AICc of each run, the best by AICc and BIC, p of each F test.
   void setTable() {
     const std::vector<Pair> pairs = nestedPairs();
-    out_ += "<h3>Set by set</h3>\n<div class=\"wide\"><table class=\"sortable\" id=\"set-criteria\">"
-            "<thead><tr>" + headCell("Set", true, false);
+    out_ +=
+        "<h3>Set by set</h3>\n<div class=\"wide\"><table class=\"sortable\" id=\"set-criteria\">"
+        "<thead><tr>" +
+        headCell("Set", true, false);
     for (const Run& run : runs_) {
       out_ += headCell(escaped(run.name) + " <span class=\"unit\">X2/DoF</span>", true, true);
       out_ += headCell("<span class=\"unit\">AICc</span>", true, true);
     }
     out_ += headCell("best by AICc", true, false) + headCell("by BIC", true, false);
     for (const auto& [simple, rich] : pairs) {
-      out_ += headCell("p <span class=\"unit\">" + escaped(runs_[simple].name + kArrow + runs_[rich].name) +
-                           "</span>", true, true);
+      out_ += headCell("p <span class=\"unit\">" +
+                           escaped(runs_[simple].name + kArrow + runs_[rich].name) + "</span>",
+                       true, true);
     }
     out_ += headCell("", false, false) + "</tr></thead><tbody>\n";
     for (const Comparison& c : comparisons_.sets) setTableRow(c, pairs);
@@ -346,37 +371,42 @@ class Page {
     }
     fact("X2/DoF by method", escaped(path));
     const std::string p = probability(run, run.chi(), run.report.dof);
-    fact("Fit", escaped(std::to_string(run.sets.size()) + (run.sets.size() == 1 ? " set, " : " sets, ") +
-                        std::to_string(run.report.points) + " points, " +
-                        std::to_string(run.adjustable()) + " adjustable parameters; X2/DoF " +
-                        run.report.reduced_chi.text + ", DoF " + std::to_string(run.report.dof)) +
-                    (p.empty() ? "" : escaped(", probability " + p)));
+    fact("Fit",
+         escaped(std::to_string(run.sets.size()) + (run.sets.size() == 1 ? " set, " : " sets, ") +
+                 std::to_string(run.report.points) + " points, " +
+                 std::to_string(run.adjustable()) + " adjustable parameters; X2/DoF " +
+                 run.report.reduced_chi.text + ", DoF " + std::to_string(run.report.dof)) +
+             (p.empty() ? "" : escaped(", probability " + p)));
     std::string errors = "curvature";
     if (run.has_jack) errors += ", jackknife";
     if (run.has_monte) errors += ", Monte Carlo";
     if (run.has_jack && !run.shares()) {
-      errors += ". Without shared parameters the jackknife displaces points: its errors come out larger "
-                "than those of a plain one";
+      errors +=
+          ". Without shared parameters the jackknife displaces points: its errors come out larger "
+          "than those of a plain one";
     }
-    if (!run.errors_known) errors += ". The points have no errors: those of the parameters lack a scale";
+    if (!run.errors_known)
+      errors += ". The points have no errors: those of the parameters lack a scale";
     fact("Errors", escaped(errors));
     out_ += "</dl>\n";
   }
 
-  void parameterHead(const Run& run, bool with_sets) {
+  void parameterHead(const Run& run) {
     out_ += "<thead><tr>" + headCell("Parameter", false, false) + headCell("value", false, true) +
             headCell("error", false, true);
     if (run.has_jack) out_ += headCell("jackknife", false, true);
     if (run.has_monte) out_ += headCell("Monte Carlo", false, true);
-    out_ += headCell("unit", false, false) + headCell(with_sets ? "sets" : "", false, false) +
-            "</tr></thead><tbody>\n";
+    out_ += headCell("unit", false, false) + "</tr></thead><tbody>\n";
   }
 
-  void parameterRow(const Run& run, const Parameter& p, const std::string& name, const std::string& note) {
-    out_ += "<tr>" + cell(escaped(name)) + numberCell(valueText(p), p.value.text) + errorCell(p.error);
+  void parameterRow(const Run& run, const Parameter& p, const std::string& name,
+                    const std::string& note) {
+    out_ += "<tr><td>" + escaped(name) +
+            (note.empty() ? "" : " <span class=\"soft\">" + escaped(note) + "</span>") + "</td>" +
+            numberCell(valueText(p), p.value.text) + errorCell(p.error);
     if (run.has_jack) out_ += errorCell(p.jack_error);
     if (run.has_monte) out_ += errorCell(p.monte_error);
-    out_ += cell(escaped(prettyUnit(p.unit))) + "<td class=\"soft\">" + escaped(note) + "</td></tr>\n";
+    out_ += cell(escaped(prettyUnit(p.unit))) + "</tr>\n";
   }
 
   /// Each shared parameter once, with the number of its sets.
@@ -397,8 +427,10 @@ class Page {
       }
     }
     out_ += "<h3>Shared parameters</h3>\n<div class=\"wide\"><table>";
-    parameterHead(run, true);
-    for (const auto& [p, count] : shared) parameterRow(run, *p, p->shared_name, std::to_string(count));
+    parameterHead(run);
+    for (const auto& [p, count] : shared) {
+      parameterRow(run, *p, p->shared_name, "in " + std::to_string(count) + " sets");
+    }
     out_ += "</tbody></table></div>\n";
   }
 
@@ -417,19 +449,22 @@ class Page {
   }
 
   std::size_t remarksOn(std::size_t r, std::size_t s) const {
-    return static_cast<std::size_t>(std::count_if(
-        remarks_.begin(), remarks_.end(),
-        [r, s](const Remark& remark) { return remark.run == r && remark.set && *remark.set == s; }));
+    return static_cast<std::size_t>(
+        std::count_if(remarks_.begin(), remarks_.end(), [r, s](const Remark& remark) {
+          return remark.run == r && remark.set && *remark.set == s;
+        }));
   }
 
   void overview(std::size_t r) {
     const Run& run = runs_[r];
     const std::vector<const Parameter*> columns = columnsOf(run);
-    out_ += "<div class=\"wide\"><table class=\"sortable\" id=\"overview-" + runId(r) + "\"><thead><tr>" +
-            headCell("Set", true, false) + headCell("points", true, true) + headCell("X2/DoF", true, true);
+    out_ += "<div class=\"wide\"><table class=\"sortable\" id=\"overview-" + runId(r) +
+            "\"><thead><tr>" + headCell("Set", true, false) + headCell("points", true, true) +
+            headCell("X2/DoF", true, true);
     if (run.errors_known) out_ += headCell("probability", true, true);
     for (const Parameter* p : columns) {
-      out_ += headCell(escaped(p->name) + unitText(p->unit), true, true) + headCell("error", true, true);
+      out_ += headCell(escaped(p->name) + unitText(p->unit), true, true) +
+              headCell("error", true, true);
     }
     out_ += headCell("remarks", true, true) + "</tr></thead><tbody>\n";
     for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, columns);
@@ -439,7 +474,8 @@ class Page {
   void overviewRow(std::size_t r, std::size_t s, const std::vector<const Parameter*>& columns) {
     const Run& run = runs_[r];
     const Set& set = run.sets[s];
-    out_ += "<tr><td>" + link(setId(r, s), set.title) + "</td>" + right(std::to_string(set.points)) +
+    out_ += "<tr><td>" + link(setId(r, s), set.title) + "</td>" +
+            right(std::to_string(set.points)) +
             numberCell(chiText(set.reduced_chi.value), set.reduced_chi.text);
     if (run.errors_known) {
       const double p = chiProbability(set.chi(), set.dof);
@@ -454,7 +490,8 @@ class Page {
       }
       const double error = errorOf(*p);
       out_ += numberCell(valueText(*p), p->value.text);
-      out_ += error > 0.0 ? numberCell(roundedError(error), general(error, 6)) : "<td data-v=\"\"></td>";
+      out_ += error > 0.0 ? numberCell(roundedError(error), general(error, 6))
+                          : "<td data-v=\"\"></td>";
     }
     const std::size_t count = remarksOn(r, s);
     out_ += "<td class=\"r flag\" data-v=\"" + std::to_string(count) + "\">" +
@@ -463,19 +500,21 @@ class Page {
 
   void multiples(std::size_t r) {
     const Run& run = runs_[r];
-    out_ += "<h3>Small multiples</h3>\n<p class=\"soft\">" + labelHtml(run.y_label) + " against " + labelHtml(run.x_label) +
+    out_ += "<h3>Small multiples</h3>\n<p class=\"soft\">" + labelHtml(run.y_label) + " against " +
+            labelHtml(run.x_label) +
             ", each with a y axis of its own; X2/DoF at the right.</p>\n<div class=\"small\">\n";
     for (std::size_t s = 0; s < run.sets.size(); ++s) {
       const Set& set = run.sets[s];
       out_ += "<a href=\"#" + setId(r, s) + "\"><span><b>" + escaped(set.title) + "</b>" +
-              escaped(chiText(set.reduced_chi.value)) + "</span>" + inlineSvg(smallFigure(run, set)) +
-              "</a>\n";
+              escaped(chiText(set.reduced_chi.value)) + "</span>" +
+              inlineSvg(smallFigure(run, set)) + "</a>\n";
     }
     out_ += "</div>\n";
   }
 
   static std::string noteOf(const Parameter& p) {
-    if (p.status == Status::kShared) return "shared, " + p.shared_name;
+    if (p.status == Status::kShared)
+      return p.shared_name == p.name ? "shared" : "shared " + p.shared_name;
     if (p.status == Status::kFixed) return "fixed";
     if (p.status == Status::kDerived) return "derived";
     const std::string bound = boundOf(p);
@@ -487,11 +526,11 @@ class Page {
     const Set& set = run.sets[s];
     const std::string p = probability(run, set.chi(), set.dof);
     out_ += "<section class=\"set\" id=\"" + setId(r, s) + "\"><h3>" + escaped(set.title) +
-            " <span class=\"soft unit\">X2/DoF " + escaped(chiText(set.reduced_chi.value)) + ", DoF " +
-            std::to_string(set.dof) + (p.empty() ? "" : ", probability " + escaped(p)) +
+            " <span class=\"soft unit\">X2/DoF " + escaped(chiText(set.reduced_chi.value)) +
+            ", DoF " + std::to_string(set.dof) + (p.empty() ? "" : ", probability " + escaped(p)) +
             "</span></h3>\n<div class=\"cols\"><div>" + inlineSvg(setFigure(run, set)) +
             "</div><div><div class=\"wide\"><table>";
-    parameterHead(run, false);
+    parameterHead(run);
     for (const Parameter& q : set.parameters) parameterRow(run, q, q.name, noteOf(q));
     out_ += "</tbody></table></div>\n";
     std::string items;

@@ -23,7 +23,8 @@ struct Plot {
 
 Plot readPlot(const std::string& path);
 
-/// A run of characters of a Grace text: Unicode, raised (+1), lowered (-1) or neither, slanted or not.
+/// A run of characters of a Grace text: Unicode, raised (+1), lowered (-1) or neither, slanted or
+/// not.
 struct TextRun {
   std::string text;
   int level = 0;

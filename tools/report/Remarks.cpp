@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr double kRare = 0.01;          // probability of chi-square that calls for a word, at each end
+constexpr double kRare = 0.01;  // probability of chi-square that calls for a word, at each end
 constexpr double kStillFalling = 1e-4;  // relative; reports print six digits
 constexpr double kDisagree = 2.0;       // ratio of errors of two methods
 constexpr double kCorrelated = 0.98;    // in the Monte Carlo simulations
@@ -101,8 +101,8 @@ class Remarker {
                              std::to_string(dof) + " degrees of freedom: ";
     if (p < kRare) {
       add("chi-square", set, "",
-          what + "noise of the stated size gives as much or more with a probability " +
-              inWords(p) + ". The errors are too small or the model does not describe the data.");
+          what + "noise of the stated size gives as much or more with a probability " + inWords(p) +
+              ". The errors are too small or the model does not describe the data.");
     } else if (1.0 - p < kRare) {
       add("chi-square", set, "",
           what + "noise of the stated size gives as little or less with a probability " +
@@ -125,7 +125,8 @@ class Remarker {
           nameOf(p) + " = " + p.value.text + " is at its " + bound + " bound, " +
               general(bound == "lower" ? *p.low : *p.high, 6) +
               ": its error, and those of the parameters that depend on it, mean nothing.");
-    } else if (p.error && std::isfinite(p.error->value) && p.value.value + p.error->value > *p.high) {
+    } else if (p.error && std::isfinite(p.error->value) &&
+               p.value.value + p.error->value > *p.high) {
       add("near-bound", set, nameOf(p),
           nameOf(p) + " = " + p.value.text + " has its upper bound, " + general(*p.high, 6) +
               ", within its error of " + roundedError(p.error->value) + '.');
@@ -137,7 +138,8 @@ class Remarker {
     std::string larger;
     const auto check = [&larger, size](const std::optional<Number>& error, const char* method) {
       if (!error || !(error->value > size)) return;
-      larger += (larger.empty() ? "" : ", ") + std::string(method) + ' ' + roundedError(error->value);
+      larger +=
+          (larger.empty() ? "" : ", ") + std::string(method) + ' ' + roundedError(error->value);
     };
     check(p.error, "from the curvature");
     check(p.jack_error, "jackknife");
@@ -162,10 +164,12 @@ class Remarker {
     };
     std::vector<Error> errors;
     const auto take = [&errors](const std::optional<Number>& error, const char* method) {
-      if (error && error->value > 0.0 && std::isfinite(error->value)) errors.push_back({method, error->value});
+      if (error && error->value > 0.0 && std::isfinite(error->value))
+        errors.push_back({method, error->value});
     };
     take(p.error, "curvature");
-    // Without shared parameters the jackknife displaces points and its errors are too large by design.
+    // Without shared parameters the jackknife displaces points and its errors are too large by
+    // design.
     if (run_.shares()) take(p.jack_error, "jackknife");
     take(p.monte_error, "Monte Carlo");
     if (errors.size() < 2) return;
@@ -174,7 +178,8 @@ class Remarker {
     if (!(most->value > kDisagree * least->value)) return;
     std::string text = "The errors of " + nameOf(p) + " disagree:";
     for (const Error& e : errors) {
-      text += (&e == errors.data() ? " " : ", ") + std::string(e.method) + ' ' + roundedError(e.value);
+      text +=
+          (&e == errors.data() ? " " : ", ") + std::string(e.method) + ' ' + roundedError(e.value);
     }
     text += " (" + general(most->value / least->value, 2) + " times).";
     const double excess = std::sqrt(run_.report.reduced_chi.value);
@@ -183,8 +188,9 @@ class Remarker {
               " of that of the jackknife, the root of X2/DoF.";
     }
     if (run_.has_jack && run_.has_monte && !run_.shares()) {
-      text += " A Monte Carlo analysis after a jackknife without shared parameters simulates its "
-              "displaced points: run it alone.";
+      text +=
+          " A Monte Carlo analysis after a jackknife without shared parameters simulates its "
+          "displaced points: run it alone.";
     }
     add("methods-disagree", set, nameOf(p), text);
   }
@@ -196,7 +202,8 @@ class Remarker {
     add("shifted-mean", set, nameOf(p),
         "The Monte Carlo mean of " + nameOf(p) + ", " + p.monte_mean->text + ", is " +
             general(shift / p.monte_error->value, 2) +
-            " errors away from the fitted value: lopsided, or simulations that ended in another minimum.");
+            " errors away from the fitted value: lopsided, or simulations that ended in another "
+            "minimum.");
   }
 
   void ofCorrelations(std::size_t s) {
@@ -244,8 +251,9 @@ class Remarker {
   void ofMissingPlots() {
     if (run_.sets.size() < 2 || !noPlotAtAll()) return;
     add("plot", std::nullopt, "",
-        "No curves: " + run_.sets[0].plot_note + ", and likewise for the other sets. Run dravo with -xmgr "
-        "and a PLOT line for each combination of labels.");
+        "No curves: " + run_.sets[0].plot_note +
+            ", and likewise for the other sets. Run dravo with -xmgr "
+            "and a PLOT line for each combination of labels.");
   }
 
   void ofPlot(std::size_t s) {
@@ -257,7 +265,8 @@ class Remarker {
       add("residuals", s, "",
           "The plotted curves do not go with all points: chi-square from them is " +
               general(set.residual_chi, 4) + ", that of the fit " + general(set.chi(), 4) +
-              ". Points that share their labels have other x values than the PLOT line, or the curve is "
+              ". Points that share their labels have other x values than the PLOT line, or the "
+              "curve is "
               "too coarse; the residuals shown are not those of the fit.");
     }
   }

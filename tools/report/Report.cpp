@@ -4,7 +4,7 @@
 #include "Files.h"
 #include "Text.h"
 
-#include <cmath>
+#include <algorithm>
 #include <cstdlib>
 
 namespace {
@@ -15,7 +15,8 @@ bool beginsWith(const std::string& line, const std::string& head) {
 
 std::string trimmed(const std::string& text) {
   const std::size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') + 1 - first);
+  return first == std::string::npos ? ""
+                                    : text.substr(first, text.find_last_not_of(' ') + 1 - first);
 }
 
 /// The number of "(3.25)" or of "3.25".
@@ -28,8 +29,8 @@ std::optional<Number> numberIn(std::string text) {
   return Number{text, toNumber(text)};
 }
 
-/// A line of a parameter or quantity: TAB name TAB value [(error)], with four blanks or a second tab
-/// before the name of a quantity, and a tab before its error.
+/// A line of a parameter or quantity: TAB name TAB value [(error)], with four blanks or a second
+/// tab before the name of a quantity, and a tab before its error.
 std::optional<Value> valueLine(const std::string& line) {
   std::vector<std::string> fields = tabFields(line);
   if (fields.size() < 3 || !fields[0].empty()) return std::nullopt;
@@ -109,7 +110,8 @@ class Reader {
     } else if (beginsWith(line, "SET\t")) {
       report_.sets.push_back({rest("SET\t"), {}, {}, 0});
     } else if (beginsWith(line, "Global X2/DoF\t")) {
-      // The line of a jackknife with shared parameters counts one degree too many: the header's is kept.
+      // The line of a jackknife with shared parameters counts one degree too many: the header's is
+      // kept.
       int dof = 0;
       finished_ = readChi(rest("Global X2/DoF\t"), report_.reduced_chi, dof);
       if (!finished_) failHere(line);
@@ -135,6 +137,7 @@ class Reader {
     }
     const auto value = valueLine(line);
     if (!value) failHere(line);
+    report_.digits = std::max(report_.digits, significantDigits(value->value.text));
     set.values.push_back(*value);
   }
 
@@ -148,7 +151,8 @@ class Reader {
   bool finished_ = false;
 };
 
-/// The values of each set of a summary; none where it is unfinished or has other sets than the report.
+/// The values of each set of a summary; none where it is unfinished or has other sets than the
+/// report.
 std::vector<std::vector<Value>> readSummary(const Report& report, const std::string& path) {
   std::vector<std::vector<Value>> sets;
   bool percentiles = false;
@@ -171,8 +175,8 @@ std::vector<std::vector<Value>> readSummary(const Report& report, const std::str
   return sets;
 }
 
-/// The values of each pass over all sets. A jackknife without shared parameters has passes of single
-/// sets, which are not read.
+/// The values of each pass over all sets. A jackknife without shared parameters has passes of
+/// single sets, which are not read.
 void readPasses(const Report& report, const std::string& path, Analysis& analysis) {
   analysis.drawn.assign(report.sets.size(), {});
   std::size_t set = 0;
@@ -186,7 +190,8 @@ void readPasses(const Report& report, const std::string& path, Analysis& analysi
     } else if (fields.size() == 1) {
       ++set;
       value = 0;
-    } else if (fields.size() == 3 && fields[1] != "X2/DoF" && set >= 1 && set <= report.sets.size()) {
+    } else if (fields.size() == 3 && fields[1] != "X2/DoF" && set >= 1 &&
+               set <= report.sets.size()) {
       auto& columns = analysis.drawn[set - 1];
       if (value == columns.size()) columns.emplace_back();
       columns[value++].push_back(toNumber(fields[2]));
@@ -196,16 +201,16 @@ void readPasses(const Report& report, const std::string& path, Analysis& analysi
 
 /// An analysis belongs to a report when it has the same names and, in its final report, values.
 bool belongs(const Report& report, const std::vector<std::vector<Value>>& sets, bool same_values) {
+  constexpr int kFinalDigits = 6;
   if (sets.size() != report.sets.size()) return false;
   for (std::size_t s = 0; s < sets.size(); ++s) {
     const std::vector<Value>& values = report.sets[s].values;
     if (values.size() != sets[s].size()) return false;
     for (std::size_t i = 0; i < values.size(); ++i) {
-      const Number& a = values[i].value;
-      const Number& b = sets[s][i].value;
-      const double allowed = lastPlace(a.text) + lastPlace(b.text);
+      const double a = values[i].value.value;
+      const double b = sets[s][i].value.value;
       if (values[i].name != sets[s][i].name) return false;
-      if (same_values && std::abs(a.value - b.value) > allowed) return false;
+      if (same_values && !sameRounded(a, report.digits, b, kFinalDigits)) return false;
     }
   }
   return true;

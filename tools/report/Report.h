@@ -12,7 +12,8 @@ struct Number {
   double value = 0.0;
 };
 
-/// A parameter or a derived quantity. Without an error it is fixed, or a quantity of a plain report.
+/// A parameter or a derived quantity. Without an error it is fixed, or a quantity of a plain
+/// report.
 struct Value {
   std::string name;
   bool quantity = false;
@@ -43,6 +44,7 @@ struct Report {
   std::string duration;  // empty in a final report
   std::vector<ReportSet> sets;
   Number reduced_chi;  // of the whole fit
+  int digits = 1;      // of its values, 6 unless -prec said otherwise
 };
 
 /// Reads a report or a final report. Fails on a file that is none or is unfinished.
@@ -57,7 +59,7 @@ struct Analysis {
   std::vector<std::vector<std::vector<double>>> drawn;
 };
 
-/// The files of "jack" or "monte" beside the report. Nothing where there are none, and nothing but a
-/// note where they are of another fit.
+/// The files of "jack" or "monte" beside the report. Nothing where there are none, and nothing but
+/// a note where they are of another fit.
 std::optional<Analysis> readAnalysis(const Report& report, const std::string& kind,
                                      std::string& note);

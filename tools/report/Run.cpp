@@ -117,7 +117,8 @@ Parameter makeParameter(const Run& run, const Value& value, const InputSet& inpu
     return parameter;
   }
   // Both lists are in the order of the input, so that a name declared twice is no trouble.
-  const bool same = place < input.declarations.size() && input.declarations[place].name == value.name;
+  const bool same =
+      place < input.declarations.size() && input.declarations[place].name == value.name;
   if (!same) {
     fail(run.input.path, "is not the input of " + run.report.path + ": set " + input.title +
                              " does not declare " + value.name + " there");
@@ -161,10 +162,9 @@ std::vector<Series> makeSeries(const Input& input, const InputSet& set) {
     auto place = std::find_if(series.begin(), series.end(),
                               [&point](const Series& s) { return s.labels == point.labels; });
     if (place == series.end()) {
-      const auto plot = std::find_if(input.plots.begin(), input.plots.end(), [&point](const auto& p) {
-        return p.labels == point.labels;
-      });
-      const std::string name = plot != input.plots.end()     ? plot->name
+      const auto plot = std::find_if(input.plots.begin(), input.plots.end(),
+                                     [&point](const auto& p) { return p.labels == point.labels; });
+      const std::string name = plot != input.plots.end() ? plot->name
                                : input.model->labels > 0 ? "labels " + point.labels
                                                          : "data";
       place = series.insert(series.end(), Series{name, point.labels, {}, {}});
@@ -187,27 +187,29 @@ bool samePoints(const PlotSeries& plot, const Series& series, bool errors) {
   return true;
 }
 
-/// True when the box has the values of the report: five digits under the name, or that of the GPAR line.
-bool sameBox(const Plot& plot, const Set& set) {
+/// True when the box has the values of the report: five digits under the name, or that of the GPAR
+/// line.
+bool sameBox(const Plot& plot, const Set& set, int digits) {
+  constexpr int kBoxDigits = 5;
+  constexpr std::size_t kNameWidth = 12;
   std::size_t item = 0;
   for (const Parameter& parameter : set.parameters) {
     if (parameter.status == Parameter::Status::kDerived) continue;
     if (item == plot.box.size()) return false;
-    const std::string& name = parameter.shared_name.empty() ? parameter.name : parameter.shared_name;
+    const std::string& name =
+        parameter.shared_name.empty() ? parameter.name : parameter.shared_name;
     const std::string& text = plot.box[item++];
     if (text.compare(0, name.size(), name) != 0) return false;
-    const double shown = toNumber(text.substr(std::min(text.size(), std::max<std::size_t>(12, name.size()))));
-    const double value = parameter.value.value;
-    // Half a unit of five digits is 5e-5 of the value at most; the report may have fewer digits.
-    const double allowed = 6e-5 * std::fabs(value) + lastPlace(parameter.value.text);
-    if (std::fabs(shown - value) > allowed) return false;
+    const std::size_t start = std::min(text.size(), std::max(kNameWidth, name.size()));
+    const double shown = toNumber(text.substr(start));
+    if (!sameRounded(parameter.value.value, digits, shown, kBoxDigits)) return false;
   }
   return item == plot.box.size();
 }
 
 /// Gives the curves of the plot file to the series; returns why not, or "".
-std::string addCurves(const Plot& plot, const Input& input, Set& set) {
-  if (!sameBox(plot, set)) return "the plot file has other values than the report";
+std::string addCurves(const Plot& plot, const Input& input, int digits, Set& set) {
+  if (!sameBox(plot, set, digits)) return "the plot file has other values than the report";
   std::size_t next = 0;
   for (const PlotLine& line : input.plots) {
     const auto series = std::find_if(set.series.begin(), set.series.end(),
@@ -249,7 +251,7 @@ void loadPlot(Run& run, Set& set, const std::string& directory) {
     return;
   }
   const Plot plot = readPlot(path);
-  set.plot_note = addCurves(plot, run.input, set);
+  set.plot_note = addCurves(plot, run.input, run.report.digits, set);
   if (!set.plot_note.empty()) {
     for (Series& series : set.series) series.curves.clear();
     return;

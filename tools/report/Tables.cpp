@@ -15,7 +15,9 @@ constexpr int kFormat = 1;  // raised when a column or key changes its meaning o
 
 std::string textOf(const std::optional<Number>& number) { return number ? number->text : ""; }
 
-std::string textOf(const std::optional<double>& number) { return number ? general(*number, 10) : ""; }
+std::string textOf(const std::optional<double>& number) {
+  return number ? general(*number, 10) : "";
+}
 
 /// A cell of a CSV line, quoted where it must be.
 std::string cell(const std::string& text) {
@@ -63,7 +65,8 @@ Json setRow(const Run& run, const Set& set) {
   row["points"] = set.points;
   row["dof"] = set.dof;
   row["reduced_chi_square"] = numberOf(set.reduced_chi.value);
-  row["probability"] = run.errors_known ? numberOf(chiProbability(set.chi(), set.dof)) : Json(nullptr);
+  row["probability"] =
+      run.errors_known ? numberOf(chiProbability(set.chi(), set.dof)) : Json(nullptr);
   row["curve_missing"] = set.plot_note.empty() ? Json(nullptr) : Json(cleanText(set.plot_note));
   row["series"] = Json::array();
   for (const Series& series : set.series) {
@@ -175,7 +178,8 @@ const char* nestingName(FTest::Nesting nesting) {
 std::string makeCsv(const std::vector<Run>& runs) {
   std::string csv =
       "run,model,set,name,status,shared_as,unit,value,error,jackknife_mean,jackknife_error,"
-      "montecarlo_mean,montecarlo_error,low,high,at_bound,points,dof,reduced_chi_square,probability\n";
+      "montecarlo_mean,montecarlo_error,low,high,at_bound,points,dof,reduced_chi_square,"
+      "probability\n";
   for (const Run& run : runs) {
     for (const Set& set : run.sets) {
       const double p = chiProbability(set.chi(), set.dof);
@@ -183,10 +187,10 @@ std::string makeCsv(const std::vector<Run>& runs) {
       for (const Parameter& q : set.parameters) {
         for (const std::string& text :
              {run.name, std::string(run.model->name), set.title, q.name,
-              std::string(statusName(q.status)), q.shared_name, q.unit, q.value.text, textOf(q.error),
-              textOf(q.jack_mean), textOf(q.jack_error), textOf(q.monte_mean), textOf(q.monte_error),
-              textOf(q.low), textOf(q.high), boundOf(q), std::to_string(set.points),
-              std::to_string(set.dof), set.reduced_chi.text}) {
+              std::string(statusName(q.status)), q.shared_name, q.unit, q.value.text,
+              textOf(q.error), textOf(q.jack_mean), textOf(q.jack_error), textOf(q.monte_mean),
+              textOf(q.monte_error), textOf(q.low), textOf(q.high), boundOf(q),
+              std::to_string(set.points), std::to_string(set.dof), set.reduced_chi.text}) {
           csv += cell(text) + ',';
         }
         csv += probability + '\n';
@@ -205,7 +209,8 @@ std::string makeJson(const std::vector<Run>& runs, const Comparisons& comparison
     all["runs"].push_back(runRow(run));
     for (const Set& set : run.sets) {
       all["sets"].push_back(setRow(run, set));
-      for (const Parameter& p : set.parameters) all["parameters"].push_back(parameterRow(run, set, p));
+      for (const Parameter& p : set.parameters)
+        all["parameters"].push_back(parameterRow(run, set, p));
     }
   }
   for (const Remark& remark : remarks) all["remarks"].push_back(remarkRow(runs, remark));
@@ -214,7 +219,8 @@ std::string makeJson(const std::vector<Run>& runs, const Comparisons& comparison
     comparison["errors_known"] = comparisons.errors_known;
     comparison["total"] = comparisonRow(runs, comparisons.total);
     comparison["sets"] = Json::array();
-    for (const Comparison& set : comparisons.sets) comparison["sets"].push_back(comparisonRow(runs, set));
+    for (const Comparison& set : comparisons.sets)
+      comparison["sets"].push_back(comparisonRow(runs, set));
   }
   return all.dump(1) + '\n';
 }

@@ -12,8 +12,8 @@
 const char* statusName(Parameter::Status status);
 const char* nestingName(FTest::Nesting nesting);
 
-/// One row for each run, set and parameter (RFC 4180 but for line ends, which are LF). Numbers are copied
-/// digit by digit.
+/// One row for each run, set and parameter (RFC 4180 but for line ends, which are LF). Numbers are
+/// copied digit by digit.
 std::string makeCsv(const std::vector<Run>& runs);
 
 /// The same rows and all else that the page says. Numbers that are not finite are null.

@@ -78,12 +78,21 @@ std::string fixedPoint(double value, int decimals) {
   return text;
 }
 
-double lastPlace(const std::string& text) {
-  const std::size_t e = std::min(text.find_first_of("eE"), text.size());
-  const std::size_t point = text.find('.');
-  double place = e < text.size() ? std::strtod(text.c_str() + e + 1, nullptr) : 0.0;
-  if (point < e) place -= static_cast<double>(e - point - 1);
-  return std::pow(10.0, place);
+int significantDigits(const std::string& text) {
+  int digits = 0;
+  for (const char c : text.substr(0, text.find_first_of("eE"))) {
+    const bool digit = c >= '0' && c <= '9';
+    if (digit && (digits > 0 || c != '0')) ++digits;
+  }
+  return digits;
+}
+
+bool sameRounded(double a, int digits_a, double b, int digits_b) {
+  const double half_a = 0.5 * std::pow(10.0, 1 - digits_a);  // of the value, at most
+  const double half_b = 0.5 * std::pow(10.0, 1 - digits_b);
+  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
+  return a == b ||
+         std::fabs(a - b) <= 1.01 * (half_a + half_b) * std::max(std::fabs(a), std::fabs(b));
 }
 
 std::string roundedTo(double value, double error) {

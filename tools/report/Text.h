@@ -27,8 +27,12 @@ std::string general(double value, int digits);
 /// With as many decimals as given.
 std::string fixedPoint(double value, int decimals);
 
-/// One unit in the last digit that stands in the text: 0.01 for "3.25", 10 for "3.2e+02".
-double lastPlace(const std::string& text);
+/// Digits of a printed number, leading zeros not counted: 3 for "0.0125" and "3.20e+02".
+int significantDigits(const std::string& text);
+
+/// True when the first can be the second, printed with other digits: each rounded to its own number
+/// of significant digits.
+bool sameRounded(double a, int digits_a, double b, int digits_b);
 
 /// Value rounded where its error has its second digit; six digits where there is no such error.
 std::string roundedTo(double value, double error);

@@ -27,26 +27,30 @@ struct Options {
 };
 
 void define(CLI::App& app, Options& o) {
-  app.add_option("REPORT", o.reports, "Reports of finished runs, as dravo -o wrote them")->required();
-  app.add_option("-i,--input", o.inputs,
-                 "Input file of a run, one for each report in the same order; without it the report's "
-                 "name with .in, or the only .in file beside it")
-      ->expected(1);
+  app.add_option("REPORT", o.reports, "Reports of finished runs, as dravo -o wrote them")
+      ->required();
+  app.add_option(
+         "-i,--input", o.inputs,
+         "Input file of a run, one for each report in the same order; without it the report's "
+         "name with .in, or the only .in file beside it")
+      ->allow_extra_args(false);
   app.add_option("-p,--plots", o.plots,
                  "Directory of the plot files of a run, likewise; without it that of the report")
-      ->expected(1);
+      ->allow_extra_args(false);
   app.add_option("-n,--name", o.names, "Name of a run, likewise; without it that of the report")
-      ->expected(1);
+      ->allow_extra_args(false);
   app.add_option("-o,--html", o.html, "Write the page to this file (- for standard output)");
   app.add_option("--csv", o.csv, "Write one row for each run, set and parameter");
   app.add_option("--json", o.json, "Write the same with points, comparison and remarks");
   app.add_option("--svg", o.svg, "Write the figures into this directory");
   app.add_option("--title", o.title, "Title of the page");
-  app.add_flag("--noerr", o.no_errors, "The runs were made with -noerr (seen from plot files without)");
+  app.add_flag("--noerr", o.no_errors,
+               "The runs were made with -noerr (seen from plot files without)");
   app.set_version_flag("--version", "dravo-report " DRAVO_VERSION);
-  app.footer("Without an option that names an output the page goes to REPORT.html of the first report.\n"
-             "Several reports of the same data are compared: AIC, AICc, BIC and F test.\n"
-             "Example: dravo-report -o page.html --csv table.csv d9.out");
+  app.footer(
+      "Without an option that names an output the page goes to REPORT.html of the first report.\n"
+      "Several reports of the same data are compared: AIC, AICc, BIC and F test.\n"
+      "Example: dravo-report -o page.html --csv table.csv d9.out");
 }
 
 /// Entry i of a list that is empty or has one for each report.
@@ -60,30 +64,43 @@ void checkCount(const std::vector<std::string>& list, const Options& o, const ch
        std::to_string(o.reports.size()) + " reports: give it once for each, or not at all");
 }
 
-/// Names that differ: a second run of the same name gets a number.
-void makeNamesUnique(std::vector<Run>& runs) {
-  for (std::size_t r = 0; r < runs.size(); ++r) {
-    int number = 1;
-    std::string name = runs[r].name;
-    const auto taken = [&runs, r, &name] {
-      return std::any_of(runs.data(), runs.data() + r, [&name](const Run& run) { return run.name == name; });
-    };
-    while (taken()) name = runs[r].name + "-" + std::to_string(++number);
-    runs[r].name = name;
+/// Names that differ: runs of the same name get their path, and a number if that is not enough.
+void makeNamesUnique(std::vector<Run>& runs, const std::vector<std::string>& given) {
+  const auto count = [&runs](const std::string& name) {
+    return std::count_if(runs.begin(), runs.end(),
+                         [&name](const Run& run) { return run.name == name; });
+  };
+  std::vector<std::string> names;
+  for (const Run& run : runs) {
+    const bool path = given.empty() && count(run.name) > 1;
+    names.push_back(path ? std::filesystem::path(run.report.path).replace_extension("").string()
+                         : run.name);
   }
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    const std::string plain = names[r];
+    const auto end = names.begin() + static_cast<std::ptrdiff_t>(r);
+    for (int number = 2; std::find(names.begin(), end, names[r]) != end; ++number) {
+      names[r] = plain + "-" + std::to_string(number);
+    }
+  }
+  for (std::size_t r = 0; r < runs.size(); ++r) runs[r].name = names[r];
 }
 
 std::string fileName(const std::string& text) {
   std::string name = text;
   for (char& c : name) {
-    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_';
+    const bool plain =
+        std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-' || c == '_';
     if (!plain) c = '_';
   }
   return name;
 }
 
-void addFigure(Outputs& outputs, const std::string& directory, std::string name, const Figure& figure) {
-  const auto path = [&directory, &name] { return (std::filesystem::path(directory) / (name + ".svg")).string(); };
+void addFigure(Outputs& outputs, const std::string& directory, std::string name,
+               const Figure& figure) {
+  const auto path = [&directory, &name] {
+    return (std::filesystem::path(directory) / (name + ".svg")).string();
+  };
   const std::string plain = name;
   for (int number = 2; std::any_of(outputs.begin(), outputs.end(),
                                    [&path](const auto& output) { return output.first == path(); });
@@ -93,7 +110,8 @@ void addFigure(Outputs& outputs, const std::string& directory, std::string name,
   outputs.emplace_back(path(), standaloneSvg(figure));
 }
 
-/// SET.svg for each set, along-PARAMETER.svg and multiples.svg; with several runs each has its name before.
+/// SET.svg for each set, along-PARAMETER.svg and multiples.svg; with several runs each has its name
+/// before.
 void addFigures(Outputs& outputs, const std::string& directory, const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     const std::string prefix = runs.size() > 1 ? fileName(run.name) + "-" : "";
@@ -108,7 +126,8 @@ void addFigures(Outputs& outputs, const std::string& directory, const std::vecto
     for (const Figure& figure : alongFigures(run)) {
       addFigure(outputs, directory, prefix + fileName(figure.name), figure);
     }
-    if (small.size() > 1) addFigure(outputs, directory, prefix + "multiples", gridOf(small, captions));
+    if (small.size() > 1)
+      addFigure(outputs, directory, prefix + "multiples", gridOf(small, captions));
   }
 }
 
@@ -125,7 +144,8 @@ void checkOverwrite(const Outputs& outputs, const std::vector<Run>& runs) {
     for (const Run& run : runs) {
       for (const std::string& path : {run.report.path, run.input.path}) {
         std::error_code error;
-        if (std::filesystem::equivalent(output.first, path, error)) fail(output.first, "is a file of the run");
+        if (std::filesystem::equivalent(output.first, path, error))
+          fail(output.first, "is a file of the run");
       }
     }
   }
@@ -140,7 +160,7 @@ void makeReport(const Options& o) {
     runs.push_back(loadRun(
         {o.reports[i], entry(o.inputs, i), entry(o.plots, i), entry(o.names, i), o.no_errors}));
   }
-  makeNamesUnique(runs);
+  makeNamesUnique(runs, o.names);
   const Comparisons comparisons = compareRuns(runs);
   const std::vector<Remark> remarks = makeRemarks(runs, comparisons);
   std::string html = o.html;
@@ -148,7 +168,8 @@ void makeReport(const Options& o) {
     html = std::filesystem::path(o.reports[0]).replace_extension(".html").string();
   }
   Outputs outputs;
-  if (!html.empty()) outputs.emplace_back(html, makePage(pageTitle(o, runs), runs, comparisons, remarks));
+  if (!html.empty())
+    outputs.emplace_back(html, makePage(pageTitle(o, runs), runs, comparisons, remarks));
   if (!o.csv.empty()) outputs.emplace_back(o.csv, makeCsv(runs));
   if (!o.json.empty()) outputs.emplace_back(o.json, makeJson(runs, comparisons, remarks));
   if (!o.svg.empty()) {
