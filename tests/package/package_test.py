@@ -78,6 +78,8 @@ def check_files(target, build):
     companions = "DRAVO_BUILD_TOOLS:BOOL=ON" in (build / "CMakeCache.txt").read_text()
     for page in (ROOT / "docs").glob("*.1" if companions else "dravo.1"):
         wanted |= {target / "usr/bin" / page.stem, target / "usr/share/man/man1" / page.name}
+    if companions:
+        wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / "tools").rglob("README.md")}
     for folder, kinds in (("examples", ("*",)), ("docs", ("*.md", "*.png"))):
         for kind in kinds:
             wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / folder).rglob(kind)
