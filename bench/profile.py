@@ -15,9 +15,9 @@ import inputs
 # The first that matches what callgrind calls a function, "file:function [object]", takes it.
 PARTS = (
     ("LAPACK and BLAS", r"lib(lapack|blas)"),
-    ("mathematical functions of the models", r"libm\.so"),
+    ("mathematical functions of the models", r"libm\.so|ieee754|/math/"),
     ("models", r"fcpmg|evaluate|slopesOf|rowOf|refresh|exchangeOf|Exchange|forwardDifferences|"
-               r"SlotCache|dispersion|largestEigenvalue|symmetrize|zmat|zdmat|Scheme|equilibrium|"
+               r"SlotCache|keyOf|dispersion|largestEigenvalue|symmetrize|zmat|zdmat|Scheme|equilibrium|"
                r"halfEcho|cycleRate|checkRate|richards|asymptotic|value<|withDerivatives|complex|"
                r"__mul[dx]c3|__divdc3"),
     ("normal equations and chi-square", r"lMarq|gMarq|addPoint|addMultiple|calc_y_dy|calc_chi|"
