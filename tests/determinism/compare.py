@@ -24,8 +24,8 @@ PASSED_OVER = {
     # nearly alike there, so that the curvature is all but singular and its inverse magnifies the
     # noise of the forward differences, by which the model takes derivatives.
     "h2b_methyl_mq_cpmg.in": re.compile(rb"(?<=\d) \([^()=]*\)"),
-    # All but chi-square: the fit creeps along a valley in which dw and papb, with errors as large as
-    # their values, hardly change chi-square, and where it stops is decided by the last digits.
+    # All but chi-square: the fit creeps along a valley in which dw and papb, with errors as large
+    # as their values, hardly change chi-square, and where it stops is decided by the last digits.
     "sod1_15n_cpmg_global.in": re.compile(rb"^\t(?!X2/DoF).*$", re.MULTILINE),
 }
 NUMBER = re.compile(rb"(?<![\w.])[-+]?(?:\d+\.?\d*(?:[eE][-+]?\d+)?|nan|inf)(?![\w.])")
