@@ -36,8 +36,10 @@ class Run:
             place = pathlib.Path(folder)
             for name, text in self.files.items():
                 (place / name).write_bytes(text)
-            done = subprocess.run([program, *self.arguments], cwd=place, capture_output=True,
-                                  timeout=PATIENCE, env={**os.environ, **environment})
+            # By one name, which the usage text shows.
+            done = subprocess.run(["dravo", *self.arguments], executable=program, cwd=place,
+                                  capture_output=True, timeout=PATIENCE,
+                                  env={**os.environ, **environment})
             left = {"status": str(done.returncode).encode(), "stdout": done.stdout,
                     "stderr": done.stderr}
             for path in sorted(place.rglob("*")):
