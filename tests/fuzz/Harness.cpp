@@ -6,9 +6,11 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -73,6 +75,30 @@ class Captured {
   std::streambuf* err_;
 };
 
+/// Lets a run take so much time of the processor as long as the object lives.
+class ProcessorLimit {
+ public:
+  ProcessorLimit() {
+    constexpr time_t kSeconds = 20;
+    std::signal(SIGPROF, [](int) {
+      constexpr std::string_view kMessage = "REQUIRED: an end of the run\n";
+      [[maybe_unused]] const ssize_t written =
+          write(STDERR_FILENO, kMessage.data(), kMessage.size());
+      std::abort();
+    });
+    set(kSeconds);
+  }
+  ~ProcessorLimit() { set(0); }
+  ProcessorLimit(const ProcessorLimit&) = delete;
+  ProcessorLimit& operator=(const ProcessorLimit&) = delete;
+
+ private:
+  static void set(time_t seconds) {
+    const itimerval timer = {{0, 0}, {seconds, 0}};
+    setitimer(ITIMER_PROF, &timer, nullptr);
+  }
+};
+
 }  // namespace
 
 void require(bool holds, const char* what) {
@@ -86,6 +112,7 @@ Ending endingOf(const std::function<void()>& run, bool may_be_silent) {
   setEndHandler(throwEnd);
   {
     const Captured captured;
+    const ProcessorLimit limit;
     try {
       run();
     } catch (const RunEnd& end) {

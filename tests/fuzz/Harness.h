@@ -31,7 +31,8 @@ struct LimitReached {};
 
 /// Makes a run with both channels captured; ends of the run, LimitReached and exhausted memory end
 /// `run` alone. Requires that an ending has one of the two statuses and, unless `may_be_silent`, a
-/// message.
+/// message, and that the run takes less than 20 s of the processor: libFuzzer's own time limit goes
+/// by the clock on the wall and takes a busy machine for a hang.
 Ending endingOf(const std::function<void()>& run, bool may_be_silent);
 
 /// A file in memory, by name; one for the process, overwritten by each call.

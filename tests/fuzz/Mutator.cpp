@@ -5,13 +5,16 @@
 #include "FuncLib.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <random>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t most);
@@ -187,7 +190,7 @@ std::string parmLine(Dice& dice, const std::string& keyword, const ModelShape& m
 /// A line of an input file.
 [[maybe_unused]] std::string inputLine(Dice& dice, const ModelShape& model) {
   switch (dice.below(12)) {
-    case 0: return "FUNCTION " + model.name;
+    case 0: return "FUNCTION " + models()[dice.below(models().size())].name;
     case 1:
     case 2: return methodLine(dice);
     case 3: return "SET s" + std::to_string(dice.below(3));
@@ -203,9 +206,24 @@ std::string parmLine(Dice& dice, const std::string& keyword, const ModelShape& m
   }
 }
 
+/// The first line that gives the options of a run.
+std::string optionsLine(Dice& dice) {
+  std::string line = "#args:";
+  do {
+    line += ' ' + dice.of({"-v", "-vv", "-xmgr", "-noerr", "-prec"});
+    if (line.ends_with("c")) line += ' ' + anyNumber(dice);
+  } while (dice.once_in(2));
+  return line;
+}
+
 /// A whole input that is legal in all that counts.
 std::string wholeInput(Dice& dice, const ModelShape& model) {
-  std::string text = dice.once_in(2) ? "#args: -xmgr -vv\n" : "";
+  std::string text = dice.once_in(2) ? optionsLine(dice) + '\n' : "";
+  if (dice.once_in(4)) {  // lines that are read under another model stay
+    const ModelShape& other = models()[dice.below(models().size())];
+    text += "FUNCTION " + other.name + '\n' + calcLine(dice, other) + '\n';
+    text += plotLine(dice, other) + '\n';
+  }
   text += "FUNCTION " + model.name + '\n' + methodLine(dice) + '\n';
   if (dice.once_in(2)) text += calcLine(dice, model) + '\n';
   if (dice.once_in(2)) text += plotLine(dice, model) + '\n';
@@ -279,8 +297,8 @@ std::string otherNumber(const std::string& token, Dice& dice) {
   const double value = std::strtod(token.c_str(), nullptr);
   switch (dice.below(6)) {
     case 0: return number(-value);
-    case 1: return number(value * 1e3);
-    case 2: return number(value * 1e-3);
+    case 1:
+    case 2: return number(value * std::pow(10.0, std::floor(dice.between(-12.0, 13.0))));
     case 3: return number(value + 1.0);
     case 4: return number(value - 1.0);
     default: return anyNumber(dice);
@@ -345,11 +363,19 @@ std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::s
   Dice dice(seed);
   if (dice.once_in(4)) return LLVMFuzzerMutate(data, size, most);
   const std::string text(data, data + size);
-  if (kReadsInputs && dice.once_in(200)) {
+  if (kReadsInputs && dice.once_in(100)) {
     return store(wholeInput(dice, models()[dice.below(models().size())]), data, most);
   }
   const ModelShape& model = modelOf(text, dice);
   Words lines = splitAt(text, "\n", true);
+  if (kReadsInputs && dice.once_in(50)) {
+    const std::string options = optionsLine(dice);
+    if (lines[0].starts_with("#args:")) {
+      lines[0] = options;
+    } else {
+      lines.insert(lines.begin(), options);
+    }
+  }
   for (std::size_t n = 1 + dice.below(4); n > 0; --n) mutateLines(lines, model, dice);
   return store(joined(lines, '\n'), data, most);
 }
