@@ -5,9 +5,22 @@
 #include <cstdlib>
 #include <string>
 
+namespace {
+
+EndHandler end_handler = nullptr;
+
+}  // namespace
+
+void setEndHandler(EndHandler handler) { end_handler = handler; }
+
+void endRun(int status) {
+  if (end_handler != nullptr) end_handler(status);
+  std::exit(status);
+}
+
 void fatal(std::string_view message, std::ostream& channel) {
   channel << message << std::flush;
-  std::exit(EXIT_FAILURE);
+  endRun(EXIT_FAILURE);
 }
 
 void fatalNoMemory(std::string_view routine) {

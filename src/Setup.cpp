@@ -112,7 +112,7 @@ void Setup::ShowHelp(int status, const std::string& invocation) {
                "  -xmgr    Outputs Grace (XMGR) files\n"
                "  -noerr   Experimental error is set to 1.0\n"
                "  -h       Displays this help message\n";
-  std::exit(status);
+  endRun(status);
 }
 
 // ---- lines of the input file ----
