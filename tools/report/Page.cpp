@@ -29,9 +29,11 @@ std::string cell(const std::string& inner) { return "<td>" + inner + "</td>"; }
 
 std::string right(const std::string& inner) { return "<td class=\"r\">" + inner + "</td>"; }
 
-/// A number with its exact text for sorting and, on hovering, for reading.
+/// A number with its exact text for sorting and, on hovering, for reading; one that is not finite
+/// is sorted last.
 std::string numberCell(const std::string& shown, const std::string& exact) {
-  return "<td class=\"r\" data-v=\"" + escaped(exact) + "\" title=\"" + escaped(exact) + "\">" +
+  const std::string key = std::isfinite(toNumber(exact)) ? escaped(exact) : "";
+  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + "\">" +
          escaped(shown) + "</td>";
 }
 
