@@ -186,6 +186,38 @@ class Remarks(Case):
         self.analysed("local", ("0.1", "0.2"), ("0.11", "0.41"), shared=False)
         self.assertEqual(self.kinds(report), ["methods-disagree"] * 2)
 
+    def test_simulations_that_are_correlated_or_off_the_fitted_value(self):
+        report = self.analysed("monte", ("0.1", "0.2"), ("0.12", "0.2"), shared=False)
+        # r of 20 passes by hand: b follows a but for a part that is orthogonal to it.
+        for part, expected in ((0.1, ["correlated"]), (0.5, [])):
+            text, a, b = "Monte Carlo simulations (20)\n", [], []
+            for k in range(1, 21):
+                a.append((-1) ** k)
+                b.append((-1) ** k + part * (1 if k <= 10 else -1))
+                for title in ("s1", "s2"):
+                    values = (a[-1], b[-1] if title == "s1" else k)
+                    text += f"#{k}: {title}\n#{k}:\ta\t{values[0]}\n#{k}:\tb\t{values[1]}\n"
+                    text += f"#{k}:\tX2/DoF\t1\t(DoF = 10)\n"
+                text += f"#{k}: GLOBAL X2/DoF\t1\t(DoF = 20)\n\n"
+            (self.dir / f"{report}-monte").write_text(text)
+            self.assertEqual(self.kinds(report), expected)
+            if expected:
+                remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "correlated"]
+                self.assertEqual((remark["set"], remark["parameter"]), ("s1", "a, b"))
+                self.assertIn(f"r = {1 / math.sqrt(1 + part * part):.3g} in 20 simulations", remark["text"])
+        summary = self.dir / f"{report}-monte.sum"
+        summary.write_text(summary.read_text().replace("\ta\t    2.1 ", "\ta\t   2.13 ", 1))
+        self.assertEqual(self.kinds(report), ["shifted-mean"])  # 0.13 from 2, error 0.12
+
+    def test_curves_at_other_conditions_than_the_points(self):
+        text = (ROOT / "examples/fyn_d9_15n_sq_cpmg.in").read_text().replace("METHOD MCMIN 20 0.1\n", "")
+        (self.dir / "d9.in").write_text(text)
+        self.fit("d9")
+        self.assertNotIn("residuals", self.kinds("d9.out"))
+        (self.dir / "d9.in").write_text(text.replace("PLOT 500MHz * 298 1 11", "PLOT 500MHz * 298 1.1 11"))
+        self.fit("d9")
+        self.assertIn("residuals", self.kinds("d9.out"))
+
     def test_summaries_of_another_fit_are_left_out(self):
         report = self.analysed("stale", ("0.9", "0.9"), ("0.11", "0.2"), shared=True)
         final = self.dir / f"{report}-jack-final.out"

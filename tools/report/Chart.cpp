@@ -147,8 +147,9 @@ std::string xAxis(const Panel& p, bool numbers) {
   std::string result = line("axis", p.left, p.bottom, p.right, p.bottom);
   for (const double tick : p.x.ticks()) {
     result += line("axis", p.x.place(tick), p.bottom, p.x.place(tick), p.bottom + 4);
-    if (numbers)
+    if (numbers) {
       result += text(p.x.place(tick), p.bottom + 17, "num mid", escaped(p.x.tickText(tick)));
+    }
   }
   return result;
 }
@@ -296,8 +297,9 @@ Range residualRange(const Run& run, const Set& set) {
   double most = run.errors_known ? 2.2 : 0.0;
   for (const Series& series : set.series) {
     for (const SeriesPoint& point : series.points) {
-      if (const auto value = residual(point, run.errors_known))
+      if (const auto value = residual(point, run.errors_known)) {
         most = std::max(most, std::fabs(*value));
+      }
     }
   }
   if (most == 0.0) most = 1.0;
@@ -469,8 +471,9 @@ Figure setFigure(const Run& run, const Set& set) {
   figure.body += yAxis(data) + xAxis(data, !residuals) +
                  dataMarks(set, data, run.errors_known, set.points > 150 ? 2.6 : 3.4);
   figure.body += yLabel(13, (top + bottom) / 2, spans(run.y_label));
-  if (residuals)
+  if (residuals) {
     figure.body += residualPanel(run, set, {left, 293, 630, 375, x_axis, residual_axis}, 13);
+  }
   figure.body += text((left + 630) / 2, 412, "lab mid", spans(run.x_label));
   return figure;
 }

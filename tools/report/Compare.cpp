@@ -137,7 +137,7 @@ Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparis
       if (in_first && !here) different = "it has no set " + set.title;
       if (!in_first && here) different = "it has a set more, " + set.title;
       if (in_first && here) different = set.different[r];
-      if (in_first && here && !different.empty()) different = "set " + set.title + ": " + different;
+      if (in_first && here && !different.empty()) different.insert(0, "set " + set.title + ": ");
       if (!different.empty()) break;
     }
     total.different.push_back(different);
@@ -180,8 +180,9 @@ const Criteria* Comparison::of(std::size_t run) const {
 const Criteria* Comparison::best(double Criteria::*criterion) const {
   const Criteria* best = nullptr;
   for (const Criteria& c : criteria) {
-    if (std::isfinite(c.*criterion) && (best == nullptr || c.*criterion < best->*criterion))
+    if (std::isfinite(c.*criterion) && (best == nullptr || c.*criterion < best->*criterion)) {
       best = &c;
+    }
   }
   return best;
 }
@@ -194,6 +195,7 @@ Comparisons compareRuns(const std::vector<Run>& runs) {
   result.errors_known =
       std::any_of(runs.begin(), runs.end(), [](const Run& r) { return r.errors_known; });
   std::vector<std::vector<std::string>> titles;
+  titles.reserve(runs.size());
   for (const Run& run : runs) titles.push_back(uniqueTitles(run));
   for (const std::string& title : allTitles(titles)) {
     result.sets.push_back(compareSet(runs, titles, title, result.errors_known));

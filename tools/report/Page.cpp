@@ -29,9 +29,11 @@ std::string cell(const std::string& inner) { return "<td>" + inner + "</td>"; }
 
 std::string right(const std::string& inner) { return "<td class=\"r\">" + inner + "</td>"; }
 
-/// A number with its exact text for sorting and, on hovering, for reading.
+/// A number with its exact text for sorting and, on hovering, for reading; one that is not finite
+/// is sorted last.
 std::string numberCell(const std::string& shown, const std::string& exact) {
-  return "<td class=\"r\" data-v=\"" + escaped(exact) + "\" title=\"" + escaped(exact) + "\">" +
+  const std::string key = std::isfinite(toNumber(exact)) ? escaped(exact) : "";
+  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + "\">" +
          escaped(shown) + "</td>";
 }
 
@@ -79,8 +81,9 @@ std::string labelHtml(const std::string& grace) {
   std::string html;
   for (const TextRun& run : graceText(grace)) {
     const std::string tag = run.level < 0 ? "sub" : run.level > 0 ? "sup" : run.slanted ? "i" : "";
-    html +=
-        tag.empty() ? escaped(run.text) : "<" + tag + ">" + escaped(run.text) + "</" + tag + ">";
+    if (!tag.empty()) html.append("<").append(tag).append(">");
+    html += escaped(run.text);
+    if (!tag.empty()) html.append("</").append(tag).append(">");
   }
   return html;
 }
@@ -157,8 +160,9 @@ class Page {
       return m->set == of_sets[0]->set;
     });
     if (one_set) {
-      for (const Remark* remark : of_sets)
+      for (const Remark* remark : of_sets) {
         item(run + linkTo(*remark) + ": " + escaped(remark->text));
+      }
       return;
     }
     std::string links;
@@ -262,8 +266,9 @@ class Page {
     if (c.tests.empty()) return;
     out_ += "<div class=\"wide\"><table id=\"f-tests\"><thead><tr>";
     for (const char* name : {"Smaller", "Larger"}) out_ += headCell(name, false, false);
-    for (const char* name : {"more parameters", "DoF", "F", "p"})
+    for (const char* name : {"more parameters", "DoF", "F", "p"}) {
       out_ += headCell(name, false, true);
+    }
     out_ += headCell("The smaller model is", false, false) + "</tr></thead><tbody>\n";
     for (const FTest& t : c.tests) {
       out_ += "<tr>" + cell(link(runId(t.simple), runs_[t.simple].name)) +
@@ -377,7 +382,7 @@ class Page {
                  std::to_string(run.adjustable()) + " adjustable parameters; X2/DoF " +
                  run.report.reduced_chi.text + ", DoF " + std::to_string(run.report.dof)) +
              (p.empty() ? "" : escaped(", probability " + p)));
-    std::string errors = "curvature";
+    std::string errors = "covariance";
     if (run.has_jack) errors += ", jackknife";
     if (run.has_monte) errors += ", Monte Carlo";
     if (run.has_jack && !run.shares()) {
@@ -385,15 +390,16 @@ class Page {
           ". Without shared parameters the jackknife displaces points: its errors come out larger "
           "than those of a plain one";
     }
-    if (!run.errors_known)
+    if (!run.errors_known) {
       errors += ". The points have no errors: those of the parameters lack a scale";
+    }
     fact("Errors", escaped(errors));
     out_ += "</dl>\n";
   }
 
   void parameterHead(const Run& run) {
     out_ += "<thead><tr>" + headCell("Parameter", false, false) + headCell("value", false, true) +
-            headCell("error", false, true);
+            headCell(run.has_jack || run.has_monte ? "covariance" : "error", false, true);
     if (run.has_jack) out_ += headCell("jackknife", false, true);
     if (run.has_monte) out_ += headCell("Monte Carlo", false, true);
     out_ += headCell("unit", false, false) + "</tr></thead><tbody>\n";
@@ -513,8 +519,9 @@ class Page {
   }
 
   static std::string noteOf(const Parameter& p) {
-    if (p.status == Status::kShared)
+    if (p.status == Status::kShared) {
       return p.shared_name == p.name ? "shared" : "shared " + p.shared_name;
+    }
     if (p.status == Status::kFixed) return "fixed";
     if (p.status == Status::kDerived) return "derived";
     const std::string bound = boundOf(p);

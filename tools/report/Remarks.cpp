@@ -141,7 +141,7 @@ class Remarker {
       larger +=
           (larger.empty() ? "" : ", ") + std::string(method) + ' ' + roundedError(error->value);
     };
-    check(p.error, "from the curvature");
+    check(p.error, "covariance");
     check(p.jack_error, "jackknife");
     check(p.monte_error, "Monte Carlo");
     if (!larger.empty()) {
@@ -153,7 +153,7 @@ class Remarker {
     if (none) {
       add("no-error", set, nameOf(p),
           nameOf(p) + " has the error " + p.error->text +
-              ": the curvature does not determine it, or no point depends on it.");
+              ": the data do not determine it, or no point depends on it.");
     }
   }
 
@@ -164,10 +164,11 @@ class Remarker {
     };
     std::vector<Error> errors;
     const auto take = [&errors](const std::optional<Number>& error, const char* method) {
-      if (error && error->value > 0.0 && std::isfinite(error->value))
+      if (error && error->value > 0.0 && std::isfinite(error->value)) {
         errors.push_back({method, error->value});
+      }
     };
-    take(p.error, "curvature");
+    take(p.error, "covariance");
     // Without shared parameters the jackknife displaces points and its errors are too large by
     // design.
     if (run_.shares()) take(p.jack_error, "jackknife");
@@ -214,17 +215,19 @@ class Remarker {
       for (std::size_t k = 0; k < i; ++k) {
         const double r = correlation(drawn[k], drawn[i]);
         if (!(std::fabs(r) > kCorrelated)) continue;
-        const std::string a = nameOf(set.parameters[k]);
-        const std::string b = nameOf(set.parameters[i]);
         const bool both = set.parameters[k].status == Parameter::Status::kShared &&
                           set.parameters[i].status == Parameter::Status::kShared;
         if (both && s > 0) continue;  // said with the first set
-        add("correlated", s, a + ", " + b,
-            a + " and " + b + " are correlated, r = " + general(r, 3) + " in " +
-                std::to_string(run_.monte->passes) +
-                " simulations: only a combination of them is well determined.");
+        addCorrelation(s, nameOf(set.parameters[k]), nameOf(set.parameters[i]), r);
       }
     }
+  }
+
+  void addCorrelation(std::size_t s, const std::string& a, const std::string& b, double r) {
+    add("correlated", s, a + ", " + b,
+        a + " and " + b + " are correlated, r = " + general(r, 3) + " in " +
+            std::to_string(run_.monte->passes) +
+            " simulations: only a combination of them is well determined.");
   }
 
   static double correlation(const std::vector<double>& a, const std::vector<double>& b) {

@@ -16,7 +16,7 @@ using Curve = std::vector<std::array<double, 2>>;
 /// FILE.in beside REPORT, named like it, or the only one there.
 std::string findInput(const std::string& report) {
   const std::filesystem::path path(report);
-  const std::string named = std::filesystem::path(path).replace_extension(".in").string();
+  std::string named = std::filesystem::path(path).replace_extension(".in").string();
   if (fileExists(named)) return named;
   std::vector<std::string> found;
   std::error_code error;

@@ -209,8 +209,9 @@ std::string makeJson(const std::vector<Run>& runs, const Comparisons& comparison
     all["runs"].push_back(runRow(run));
     for (const Set& set : run.sets) {
       all["sets"].push_back(setRow(run, set));
-      for (const Parameter& p : set.parameters)
+      for (const Parameter& p : set.parameters) {
         all["parameters"].push_back(parameterRow(run, set, p));
+      }
     }
   }
   for (const Remark& remark : remarks) all["remarks"].push_back(remarkRow(runs, remark));
@@ -219,8 +220,9 @@ std::string makeJson(const std::vector<Run>& runs, const Comparisons& comparison
     comparison["errors_known"] = comparisons.errors_known;
     comparison["total"] = comparisonRow(runs, comparisons.total);
     comparison["sets"] = Json::array();
-    for (const Comparison& set : comparisons.sets)
+    for (const Comparison& set : comparisons.sets) {
       comparison["sets"].push_back(comparisonRow(runs, set));
+    }
   }
   return all.dump(1) + '\n';
 }

@@ -172,13 +172,13 @@ void makeReport(const Options& o) {
     outputs.emplace_back(html, makePage(pageTitle(o, runs), runs, comparisons, remarks));
   if (!o.csv.empty()) outputs.emplace_back(o.csv, makeCsv(runs));
   if (!o.json.empty()) outputs.emplace_back(o.json, makeJson(runs, comparisons, remarks));
+  if (!o.svg.empty()) addFigures(outputs, o.svg, runs);
+  checkOverwrite(outputs, runs);
   if (!o.svg.empty()) {
     std::error_code error;
     std::filesystem::create_directories(o.svg, error);
     if (error) fail(o.svg, error.message());
-    addFigures(outputs, o.svg, runs);
   }
-  checkOverwrite(outputs, runs);
   writeAll(outputs);
 }
 
