@@ -197,7 +197,7 @@ def testJobs(build):
         arguments = [a for a in test["command"] if not a.startswith("--gtest_brief")]
         jobs.append(Job(test["name"], arguments, environment,
                         properties.get("WORKING_DIRECTORY", str(build))))
-    order = ("unit", "golden", "script")
+    order = ("unit", "golden", "fuzz", "script", "install")
     return sorted(jobs, key=lambda job: order.index(job.name.partition(".")[0]))
 
 
