@@ -50,7 +50,8 @@ Funclib countedCopy(const Funclib& read) {
   Funclib funclib;
   const int number =
       funclib.Define_Func(countedModel, kOwnName, read.Eqn().c_str(), read.XmgrHeader().c_str(),
-                          read.Get_dimX(), read.Get_dimIndex(), read.Get_dist());
+                          read.Get_dimX(), read.Get_dimIndex(), read.Get_dist(),
+                          read.keepsSlopes());
   const Rules& rules = read.Get_Rules();
   for (unsigned k = 0; k < rules.basePAR_size(); ++k) {
     funclib.Define_Parm(number, rules.baseName(k).c_str(), rules.Get_LowerBound(k),
