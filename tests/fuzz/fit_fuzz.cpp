@@ -48,10 +48,9 @@ std::uint32_t countedDraws() {
 Funclib countedCopy(const Funclib& read) {
   constexpr const char* kOwnName = "counted";
   Funclib funclib;
-  const int number =
-      funclib.Define_Func(countedModel, kOwnName, read.Eqn().c_str(), read.XmgrHeader().c_str(),
-                          read.Get_dimX(), read.Get_dimIndex(), read.Get_dist(),
-                          read.keepsSlopes());
+  const int number = funclib.Define_Func(countedModel, kOwnName, read.Eqn().c_str(),
+                                         read.XmgrHeader().c_str(), read.Get_dimX(),
+                                         read.Get_dimIndex(), read.Get_dist(), read.keepsSlopes());
   const Rules& rules = read.Get_Rules();
   for (unsigned k = 0; k < rules.basePAR_size(); ++k) {
     funclib.Define_Parm(number, rules.baseName(k).c_str(), rules.Get_LowerBound(k),
