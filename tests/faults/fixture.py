@@ -109,7 +109,7 @@ class Case(unittest.TestCase):
         for stream in ("stdout", "stderr"):
             how.setdefault(stream, subprocess.DEVNULL)
         running = subprocess.Popen([self.program, "-i", "t.in", "-o", "t.out", *options],
-                                   cwd=self.place, preexec_fn=default_interrupt, **how)
+                                   cwd=self.place, preexec_fn=default_signals, **how)
         self.addCleanup(running.wait)
         self.addCleanup(running.kill)
         return running
@@ -147,9 +147,10 @@ class Case(unittest.TestCase):
         self.assertTrue(said.endswith(ends), said[-1000:])
 
 
-def default_interrupt():
-    # Shells start background jobs with SIGINT ignored, which would be inherited.
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
+def default_signals():
+    # Shells start background jobs with SIGINT ignored, nohup with SIGHUP: it would be inherited.
+    for number in (signal.SIGINT, signal.SIGHUP):
+        signal.signal(number, signal.SIG_DFL)
 
 
 def main(doc):
