@@ -343,7 +343,7 @@ class Campaign:
                 pending = [m for m in self.selected() if self.key(*m) not in mutants]
             # Neighbours share a file: it is compiled once for each, not restored in between.
             pending.sort(key=lambda m: (m[0].file, m[0].begin))
-            if not pending or made == limit:
+            if not pending or (limit and made == limit):
                 return
             for place, new in pending[:limit - made if limit else None]:
                 start = time.monotonic()
