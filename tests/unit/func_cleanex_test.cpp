@@ -66,6 +66,10 @@ TEST(Cleanex, OverflowOfEitherExponentIsRefused) {
   }
   EXPECT_LT(model.value(at(1, {700, 9, 1})), 1.0);  // 709 is inside
   EXPECT_LT(model.value(at(1, {1, 1, 709})), 1.0);
+  constexpr double kLast = 709.782712893384;  // ln(DBL_MAX): the last exponent that exp takes
+  EXPECT_LT(model.value(at(1, {kLast, 0, 1})), kInf);
+  EXPECT_LT(model.value(at(1, {1, 1, kLast})), kInf);
+  EXPECT_EQ(model.value(at(1, {1, 1, std::nextafter(kLast, kInf)})), kInf);
 }
 
 TEST(Cleanex, ThereIsNoLowerLimit) {
