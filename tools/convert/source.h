@@ -42,6 +42,8 @@ struct Source {
   Constants constants;                   ///< without cycles and frequency
   Quantity series = Quantity::kIgnored;  ///< kCycles or kFrequency when `values` holds any
   std::vector<std::string> values;       ///< one for each plane of the file
+
+  bool operator==(const Source&) const = default;
 };
 
 /// The files of one argument: its path may be a pattern or a directory, whose files are taken in

@@ -5,6 +5,7 @@
 #include "Text.h"  // equalIgnoringCase
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -89,7 +90,8 @@ bool readTemperature(const Fields& fields, double& kelvin, std::string& reason) 
     reason = "temperature '" + *text + "' is no number";
     return false;
   }
-  if (celsius) kelvin += kKelvinAtZeroCelsius;
+  // Rounded, or -10.1C and 263.05 would be two temperatures.
+  if (celsius) kelvin = std::round((kelvin + kKelvinAtZeroCelsius) * 1e6) / 1e6;
   if (kelvin >= 200.0) return true;
   reason = "temperature " + *text + " is not one in K; write 25C for degrees";
   return false;
@@ -168,6 +170,9 @@ std::string nameFault(const std::string& name) {
   if (name.empty()) return "no name";
   if (name.find_first_of(" \t,/") != std::string::npos) {
     return "the name '" + name + "' has a blank, a comma or a slash";
+  }
+  if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c) != 0; })) {
+    return "the name has an unprintable character";
   }
   return "";
 }
@@ -475,6 +480,7 @@ std::string formatOf(const std::vector<Line>& lines) {
 
 std::vector<Reading> readTable(const Source& source, Rejects& rejects) {
   const std::vector<Line> lines = readLines(source.path);
+  const int rejected = rejects.count();
   const std::string format = source.format == "auto" ? formatOf(lines) : source.format;
   Assembler assembler(source, rejects);
   if (format == "nmrpipe") {
@@ -484,7 +490,11 @@ std::vector<Reading> readTable(const Source& source, Rejects& rejects) {
   } else {
     readPlain(lines, assembler);
   }
-  return assembler.take();
+  std::vector<Reading> readings = assembler.take();
+  if (readings.empty() && rejects.count() == rejected) {
+    rejects.add(source.path, "there is no point in it");
+  }
+  return readings;
 }
 
 std::map<std::string, double> readShifts(const std::string& path, Rejects& rejects) {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 
@@ -293,14 +294,25 @@ class Writer {
     for (const std::string& method : methods) out_ << "METHOD " << method << '\n';
   }
 
+  /// The rates of the points that the parameter serves, in ascending order: those of all sets when
+  /// it is shared.
+  [[nodiscard]] std::vector<double> ratesOf(unsigned parm, const Set& own,
+                                            const std::string& key) const {
+    std::vector<double> rates;
+    for (const Set& set : sets_) {
+      if (!isShared(parm) && set.residue != own.residue) continue;
+      for (const DataLine& line : set.lines) {
+        if (keyOf(parm, line) == key) rates.push_back(line.rate);
+      }
+    }
+    std::sort(rates.begin(), rates.end());
+    return rates;
+  }
+
   /// Where R20 is searched: from a little below the lowest rate of these points; off resonance,
   /// where the lowest is near R1, around the middle.
   [[nodiscard]] Search searchR20(unsigned parm, const Set& set, const std::string& key) const {
-    std::vector<double> rates;
-    for (const DataLine& line : set.lines) {
-      if (key.empty() || keyOf(parm, line) == key) rates.push_back(line.rate);
-    }
-    std::sort(rates.begin(), rates.end());
+    const std::vector<double> rates = ratesOf(parm, set, key);
     const bool off_resonance = rules_.index("R1") >= 0;
     const double start = off_resonance ? rates[rates.size() / 2] : rates.front();
     return {0.8 * start, std::max(1.5 * start, rates.back()), 1, start};
@@ -313,6 +325,10 @@ class Writer {
     const auto shift = choices_.shifts_ppm.find(set.residue->name);
     const bool has_shift = shift != choices_.shifts_ppm.end() && (name == "dw" || name == "dwN");
     if (has_shift) search = searchShift(parm, shift->second);
+    for (double* value : {&search.low, &search.high, &search.start}) {
+      *value = std::strtod(shortText(*value, kRangeDigits).c_str(), nullptr);
+    }
+    // What the user chose is not rounded.
     const auto chosen = choices_.searches.find(name);
     if (chosen != choices_.searches.end()) search = chosen->second;
     const double lower = rules_.Get_LowerBound(parm);
@@ -335,9 +351,8 @@ class Writer {
   }
 
   void writeRange(const std::string& keyword, const std::string& name, const Search& search) {
-    const auto rounded = [](double value) { return shortText(value, kRangeDigits); };
-    out_ << keyword << ' ' << name << ' ' << rounded(search.low) << ' ' << rounded(search.high)
-         << ' ' << search.points << ' ' << rounded(search.start) << '\n';
+    out_ << keyword << ' ' << name << ' ' << shortText(search.low) << ' ' << shortText(search.high)
+         << ' ' << search.points << ' ' << shortText(search.start) << '\n';
   }
 
   void writeShared(unsigned parm) {
