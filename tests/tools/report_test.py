@@ -142,6 +142,46 @@ class Remarks(Case):
             self.assertAlmostEqual(self.json_of(report)["runs"][0]["probability"], tail, delta=1e-12)
             self.assertAlmostEqual(float(self.csv_of(report)[0]["probability"]), tail, delta=1e-6)
 
+    def shared_line(self, name, chi, shared):
+        """Two sets of 13 points with one line, or a line each; X2 of each set is `chi`."""
+        lines = ["PAR a a_all", "PAR b b_all"] if shared else ["PAR a -9 9", "PAR b -9 9"]
+        write_input(self.dir / f"{name}.in", "Linear", [("s1", lines), ("s2", lines)],
+                    LINE + [(12, 38.0, 0.5)], head="GPAR a_all -9 9\nGPAR b_all -9 9\n" * shared)
+        dof = 24 if shared else 22
+        write_report(self.dir / f"{name}.out", "Linear", [(t, GOOD, chi / 11, 11) for t in ("s1", "s2")],
+                     points=26, total=(2 * chi / dof, dof))
+        return f"{name}.out"
+
+    def test_a_shared_parameter_counts_in_part_in_each_set(self):
+        # Of 13 points both sets pay one parameter each: 12 degrees of freedom, not 11.
+        tail = chi_tail(25.5, 12)
+        self.assertGreater(tail, 0.01)
+        report = self.shared_line("shared", 25.5, shared=True)
+        remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "chi-square"]
+        self.assertEqual(remark["set"], None)  # 51 with 24 degrees of freedom is rare, 25.5 with 12 is not
+        for row in self.csv_of(report):
+            self.assertAlmostEqual(float(row["probability"]), tail, delta=1e-6)
+            self.assertEqual(row["dof"], "11")
+        report = self.shared_line("shared", 29.0, shared=True)
+        remark = [r for r in self.json_of(report)["remarks"] if r["kind"] == "chi-square"][1]
+        self.assertIn("with 11 degrees of freedom, 12 where shared parameters count in part", remark["text"])
+        self.assertIn(f"probability of {chi_tail(29.0, 12):.2g}", remark["text"])
+
+    def test_the_sets_of_a_shared_fit_add_up_to_the_whole(self):
+        comparison = self.json_of(self.shared_line("shared", 12.0, shared=True),
+                                  self.shared_line("own", 10.0, shared=False))["comparison"]
+        for i, (chi, k) in enumerate(((12.0, 1), (10.0, 2))):
+            for one in comparison["sets"]:
+                self.assertEqual(one["criteria"][i]["parameters"], k)
+                self.assertAlmostEqual(one["criteria"][i]["aic"], chi + 2 * k, delta=1e-3)
+            self.assertEqual(comparison["total"]["criteria"][i]["parameters"], 2 * k)
+            self.assertAlmostEqual(comparison["total"]["criteria"][i]["aic"], 2 * (chi + 2 * k), delta=1e-3)
+        test, = comparison["sets"][0]["f_tests"]
+        self.assertEqual((test["extra_parameters"], test["dof"]), (1, 11))
+        self.assertAlmostEqual(test["f"], 2 / (10 / 11), delta=1e-3)
+        test, = comparison["total"]["f_tests"]  # two more parameters: the tail has a closed form
+        self.assertAlmostEqual(test["p"], (1 + 2 * test["f"] / 22) ** -11, delta=1e-6)
+
     def test_minimisation_that_was_still_falling(self):
         for lines, expected in (((("INIT", 9), ("GRID10", 1)), ["unfinished"]),
                                 ((("INIT", 9), ("ONEEX", 1)), []),
@@ -225,6 +265,14 @@ class Remarks(Case):
         self.assertIn("files", self.kinds(report))
         self.assertEqual(self.csv_of(report)[0]["jackknife_error"], "")
         self.assertEqual(self.csv_of(report)[0]["montecarlo_error"], "0.11")
+
+    def test_an_analysis_that_did_not_finish_is_named(self):
+        report = self.analysed("half", ("0.1", "0.2"), ("0.11", "0.2"), shared=True)
+        self.assertEqual(self.kinds(report), [])
+        (self.dir / f"{report}-monte.sum").unlink()
+        remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "files"]
+        self.assertIn("half.out-monte was not finished", remark["text"])
+        self.assertEqual(self.csv_of(report)[0]["montecarlo_error"], "")
 
 
 class Comparison(Case):
@@ -389,6 +437,27 @@ class Files(Case):
             self.assertIn(words, done.stderr.decode())
             self.assertEqual(done.stdout, b"")
             self.assertEqual(sorted(path.name for path in self.dir.iterdir()), before, args)
+
+    def test_outputs_in_one_place_or_in_that_of_a_file_of_the_run(self):
+        shutil.copy(ROOT / "examples/synthetic_decay.in", self.dir / "d.in")
+        self.fit("d")
+        before = {path.name: path.read_bytes() for path in self.dir.iterdir()}
+        self.assertIn("G12.xmgr", before)
+        for args, words in ((["--csv", "G12.xmgr"], "G12.xmgr: is a file of the run"),
+                            (["--csv", "./d.in"], "./d.in: is a file of the run"),
+                            (["--json", "d.out-monte.sum"], "d.out-monte.sum: is a file of the run"),
+                            (["-o", "x", "--csv", "./x"], "./x: is where two outputs would go"),
+                            (["-o", "-", "--csv", "-"], "standard output: is where two outputs would go")):
+            self.assertIn(words, self.run_report(*args, "d.out", status=1).stderr.decode())
+            self.assertEqual({path.name: path.read_bytes() for path in self.dir.iterdir()}, before)
+
+    def test_output_that_ends_early_is_no_success(self):
+        report = self.by_hand("good", GOOD)
+        for args in (["--help"], ["--version"], ["-o", "-", report], ["--csv", "-", report]):
+            with self.subTest(args), open("/dev/full", "wb") as full:
+                done = subprocess.run([REPORT, *args], cwd=self.dir, stdout=full, stderr=subprocess.PIPE)
+                self.assertEqual((done.returncode, done.stderr),
+                                 (1, b"dravo-report: standard output: cannot be written\n"))
 
     def test_without_options_the_page_lies_beside_the_report_and_is_the_same_each_time(self):
         self.run_report(self.by_hand("good", GOOD))

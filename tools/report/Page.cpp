@@ -72,7 +72,7 @@ std::string errorCell(const std::optional<Number>& error) {
   return error ? numberCell(roundedError(error->value), error->text) : "<td></td>";
 }
 
-std::string probability(const Run& run, double chi, int dof) {
+std::string probability(const Run& run, double chi, double dof) {
   return run.errors_known ? probabilityText(chiProbability(chi, dof)) : "";
 }
 
@@ -192,9 +192,12 @@ class Page {
         "differences below 2 mean little. The F test asks how often noise alone would lower X2 as "
         "much as the additional parameters did: it does not need the size of the errors, but the "
         "smaller model must be a special case of the larger. Where it is a limit at the edge of a "
-        "range (no exchange: kex then means nothing) p is approximate. In a set, shared parameters "
-        "are counted in full, and its X2 is not the least it could have alone: trust the total "
-        "there. All criteria compare fits of the same points, which has been checked: "
+        "range (no exchange: kex then means nothing) p is approximate. In a set, a shared "
+        "parameter "
+        "counts as one over the number of its sets, and X2 is not the least that the set could "
+        "have "
+        "alone: trust the total there. All criteria compare fits of the same points, which has "
+        "been checked: "
         "by x0, y and error.</p>\n";
     warnDifferences();
     if (comparisons_.total.criteria.size() > 1) {
@@ -244,7 +247,7 @@ class Page {
     for (const Criteria& c : total.criteria) {
       const Run& run = runs_[c.run];
       out_ += "<tr>" + cell(link(runId(c.run), run.name)) + cell(run.model->name) +
-              right(std::to_string(c.points)) + right(std::to_string(c.parameters)) +
+              right(std::to_string(c.points)) + right(general(c.parameters, 6)) +
               right(chiText(c.chi)) + right(chiText(run.report.reduced_chi.value)) +
               right(escaped(probability(run, c.chi, run.report.dof))) +
               criterionCell(total, c, &Criteria::aic) + criterionCell(total, c, &Criteria::aicc) +
@@ -272,8 +275,8 @@ class Page {
     out_ += headCell("The smaller model is", false, false) + "</tr></thead><tbody>\n";
     for (const FTest& t : c.tests) {
       out_ += "<tr>" + cell(link(runId(t.simple), runs_[t.simple].name)) +
-              cell(link(runId(t.rich), runs_[t.rich].name)) + right(std::to_string(t.extra)) +
-              right(std::to_string(t.dof)) + right(chiText(t.f)) +
+              cell(link(runId(t.rich), runs_[t.rich].name)) + right(general(t.extra, 6)) +
+              right(general(t.dof, 6)) + right(chiText(t.f)) +
               right(escaped(probabilityText(t.p))) + cell(nestingText(t)) + "</tr>\n";
     }
     out_ += "</tbody></table></div>\n";
@@ -327,8 +330,7 @@ class Page {
         differences += runs_[r].name + " is not compared: " + c.different[r] + ". ";
         continue;
       }
-      const int dof = one->points - one->parameters;
-      out_ += numberCell(chiText(one->chi / dof), general(one->chi / dof, 6)) +
+      out_ += numberCell(chiText(one->reduced_chi), general(one->reduced_chi, 6)) +
               criterionCell(c, *one, &Criteria::aicc);
     }
     for (double Criteria::*criterion : {&Criteria::aicc, &Criteria::bic}) {
@@ -484,7 +486,7 @@ class Page {
             right(std::to_string(set.points)) +
             numberCell(chiText(set.reduced_chi.value), set.reduced_chi.text);
     if (run.errors_known) {
-      const double p = chiProbability(set.chi(), set.dof);
+      const double p = chiProbability(set.chi(), set.shareDof());
       out_ += numberCell(probabilityText(p), general(p, 6));
     }
     for (const Parameter* column : columns) {
@@ -531,7 +533,7 @@ class Page {
   void setSection(std::size_t r, std::size_t s) {
     const Run& run = runs_[r];
     const Set& set = run.sets[s];
-    const std::string p = probability(run, set.chi(), set.dof);
+    const std::string p = probability(run, set.chi(), set.shareDof());
     out_ += "<section class=\"set\" id=\"" + setId(r, s) + "\"><h3>" + escaped(set.title) +
             " <span class=\"soft unit\">X2/DoF " + escaped(chiText(set.reduced_chi.value)) +
             ", DoF " + std::to_string(set.dof) + (p.empty() ? "" : ", probability " + escaped(p)) +

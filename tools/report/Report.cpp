@@ -223,7 +223,15 @@ Report readReport(const std::string& path) { return Reader(path).read(); }
 std::optional<Analysis> readAnalysis(const Report& report, const std::string& kind,
                                      std::string& note) {
   const std::string stem = report.path + "-" + kind;
-  if (!fileExists(stem + ".sum") || !fileExists(stem + "-final.out")) return std::nullopt;
+  if (!fileExists(stem + ".sum") || !fileExists(stem + "-final.out")) {
+    const bool begun =
+        fileExists(stem) || fileExists(stem + ".sum") || fileExists(stem + "-final.out");
+    if (begun) {
+      note =
+          baseName(stem) + " was not finished: its .sum or -final.out is missing; it is not used";
+    }
+    return std::nullopt;
+  }
   Analysis analysis;
   analysis.means = readSummary(report, stem + ".sum");
   const Report last = readReport(stem + "-final.out");

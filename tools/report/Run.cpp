@@ -246,6 +246,7 @@ void addResiduals(Set& set, bool errors_known) {
 void loadPlot(Run& run, Set& set, const std::string& directory) {
   const std::string path =
       (std::filesystem::path(directory) / (set.title + ".xmgr")).lexically_normal().string();
+  run.files.push_back(path);
   if (!fileExists(path)) {
     set.plot_note = "there is no plot file " + cleanText(path);
     return;
@@ -287,6 +288,10 @@ void loadSets(Run& run, const std::string& plots) {
       addAnalysis(parameter, run.monte, s, i, &Parameter::monte_mean, &Parameter::monte_error);
       set.parameters.push_back(parameter);
     }
+    for (const Parameter& parameter : set.parameters) {
+      if (parameter.status != Parameter::Status::kShared) continue;
+      set.spared += 1.0 - 1.0 / users.at(parameter.shared_name);
+    }
     set.series = makeSeries(run.input, input);
     loadPlot(run, set, plots);
     run.sets.push_back(std::move(set));
@@ -315,6 +320,12 @@ Run loadRun(const RunFiles& files) {
   }
   run.name = files.name.empty() ? std::filesystem::path(files.report).stem().string() : files.name;
   run.errors_known = run.input.errors && !files.no_errors;
+  run.files = {run.report.path, run.input.path};
+  for (const char* ending : {"-jack", "-monte"}) {
+    for (const char* part : {"", ".sum", "-final.out"}) {
+      run.files.push_back(run.report.path + ending + part);
+    }
+  }
   const auto parent = std::filesystem::path(files.report).parent_path();
   loadSets(run, files.plots.empty() ? parent.string() : files.plots);
   for (Set& set : run.sets) addResiduals(set, run.errors_known);

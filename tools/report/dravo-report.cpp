@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <iostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -142,12 +144,25 @@ std::string pageTitle(const Options& o, const std::vector<Run>& runs) {
 void checkOverwrite(const Outputs& outputs, const std::vector<Run>& runs) {
   for (const auto& output : outputs) {
     for (const Run& run : runs) {
-      for (const std::string& path : {run.report.path, run.input.path}) {
+      for (const std::string& path : run.files) {
         std::error_code error;
-        if (std::filesystem::equivalent(output.first, path, error))
+        if (std::filesystem::equivalent(output.first, path, error)) {
           fail(output.first, "is a file of the run");
+        }
       }
     }
+  }
+}
+
+/// Of two outputs in one place only one would be left.
+void checkPlaces(const Outputs& outputs) {
+  std::set<std::string> places;
+  for (const auto& output : outputs) {
+    const std::string& path = output.first;
+    std::error_code error;  // the file need not exist
+    const auto full = std::filesystem::weakly_canonical(std::filesystem::absolute(path), error);
+    if (path == "/dev/null" || places.insert(error ? path : full.string()).second) continue;
+    fail(path == "-" ? "standard output" : path, "is where two outputs would go");
   }
 }
 
@@ -174,6 +189,7 @@ void makeReport(const Options& o) {
   if (!o.json.empty()) outputs.emplace_back(o.json, makeJson(runs, comparisons, remarks));
   if (!o.svg.empty()) addFigures(outputs, o.svg, runs);
   checkOverwrite(outputs, runs);
+  checkPlaces(outputs);
   if (!o.svg.empty()) {
     std::error_code error;
     std::filesystem::create_directories(o.svg, error);
@@ -192,7 +208,10 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 1;
+    const int status = app.exit(error);
+    std::cout.flush();
+    if (!std::cout) fail("standard output", "cannot be written");
+    return status == 0 ? 0 : 1;
   }
   makeReport(options);
   return 0;
