@@ -52,15 +52,16 @@ using Keys = std::map<std::string, std::string>;
 /// FILE and its keys: the last parts of the argument that look like KEY=VALUE.
 std::string splitArgument(const std::string& argument, Keys& keys) {
   std::vector<std::string> parts = splitAt(argument, ':');
+  std::string twice;
   while (parts.size() > 1 && parts.back().find('=') != std::string::npos) {
     const std::size_t equals = parts.back().find('=');
     const std::string key = parts.back().substr(0, equals);
-    if (keys.count(key) > 0) die(argument + ": '" + key + "' is given twice");
-    keys[key] = parts.back().substr(equals + 1);
+    if (!keys.insert({key, parts.back().substr(equals + 1)}).second) twice = key;
     parts.pop_back();
   }
+  if (!twice.empty()) die(argument + ": '" + twice + "' is given twice");
   std::string path = parts.front();
-  for (std::size_t i = 1; i < parts.size(); ++i) path += ':' + parts[i];
+  for (std::size_t i = 1; i < parts.size(); ++i) path.append(":").append(parts[i]);
   return path;
 }
 

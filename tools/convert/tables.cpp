@@ -339,7 +339,7 @@ bool readHeadLine(const Line& line, const std::string& path, SeriesTable& table)
 
 /// The assignment, or peak and its number where there is none.
 std::string peakName(const SeriesTable& table, const Words& row) {
-  const std::string name = table.has("ASS") ? row[table.column("ASS")] : table.null_string;
+  std::string name = table.has("ASS") ? row[table.column("ASS")] : table.null_string;
   if (name != table.null_string && !equalIgnoringCase(name, "none")) return name;
   return table.has("INDEX") ? "peak" + row[table.column("INDEX")] : "";
 }

@@ -47,14 +47,16 @@ void checkMethod(const std::string& line) {
   std::istringstream words(line);
   std::string word;
   words >> word;
-  const auto* row = std::find_if(std::begin(kMethods), std::end(kMethods),
-                                 [&](const Row& r) { return equalIgnoringCase(r.word, word); });
+  const Row* row = std::find_if(std::begin(kMethods), std::end(kMethods),
+                                [&](const Row& r) { return equalIgnoringCase(r.word, word); });
   if (row == std::end(kMethods)) die("there is no method '" + word + "'");
   std::size_t numbers = 0;
   double ignored = 0.0;
+  std::string bad;
   for (std::string text; words >> text; ++numbers) {
-    if (!parseNumber(text, ignored)) die("method " + word + ": '" + text + "' is no number");
+    if (bad.empty() && !parseNumber(text, ignored)) bad = text;
   }
+  if (!bad.empty()) die("method " + word + ": '" + bad + "' is no number");
   if (numbers != row->numbers) {
     die("method " + word + " takes " + std::to_string(row->numbers) + " numbers, not " +
         std::to_string(numbers));
@@ -434,11 +436,16 @@ void checkChoices(Choices& choices) {
   choices.shared = shared;
   useModelNames(rules, choices.searches);
   useModelNames(rules, choices.fixed);
+  std::string concentration;  // the first that is not stated
   for (unsigned parm = 0; parm < rules.basePAR_size(); ++parm) {
     const std::string& name = rules.baseName(parm);
     const bool known = findDefault(*choices.layout, name) != nullptr || name == "R20" ||
                        choices.searches.count(name) + choices.fixed.count(name) > 0;
-    if (!known) die("state the concentration " + name + ", in mol/l: --fix " + name + "=VALUE");
+    if (!known && concentration.empty()) concentration = name;
+  }
+  if (!concentration.empty()) {
+    die("state the concentration " + concentration + ", in mol/l: --fix " + concentration +
+        "=VALUE");
   }
   for (const std::string& method : choices.methods) checkMethod(method);
 }

@@ -100,10 +100,10 @@ class Page {
     if (runs_.size() > 1) comparison();
     for (std::size_t r = 0; r < runs_.size(); ++r) runSection(r);
     out_ +=
-        "</main>\n<footer>dravo-report " DRAVO_VERSION
+        std::string("</main>\n<footer>dravo-report ") + DRAVO_VERSION +
         ". Residuals are differences to the plotted curves, which are interpolated between their "
         "points. Hover over a rounded number for all its digits.</footer>\n<script>" +
-        std::string(kPageScript) + "</script>\n</body>\n</html>\n";
+        kPageScript + "</script>\n</body>\n</html>\n";
     return std::move(out_);
   }
 
@@ -227,7 +227,8 @@ class Page {
     return best == nullptr ? "none" : link(runId(best->run), runs_[best->run].name);
   }
 
-  std::string criterionCell(const Comparison& c, const Criteria& one, double Criteria::*criterion) {
+  static std::string criterionCell(const Comparison& c, const Criteria& one,
+                                   double Criteria::*criterion) {
     const Criteria* best = c.best(criterion);
     const double value = one.*criterion;
     if (!std::isfinite(value)) return "<td class=\"r soft\" data-v=\"\">too few points</td>";

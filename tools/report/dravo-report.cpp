@@ -128,8 +128,9 @@ void addFigures(Outputs& outputs, const std::string& directory, const std::vecto
     for (const Figure& figure : alongFigures(run)) {
       addFigure(outputs, directory, prefix + fileName(figure.name), figure);
     }
-    if (small.size() > 1)
+    if (small.size() > 1) {
       addFigure(outputs, directory, prefix + "multiples", gridOf(small, captions));
+    }
   }
 }
 
@@ -183,8 +184,9 @@ void makeReport(const Options& o) {
     html = std::filesystem::path(o.reports[0]).replace_extension(".html").string();
   }
   Outputs outputs;
-  if (!html.empty())
+  if (!html.empty()) {
     outputs.emplace_back(html, makePage(pageTitle(o, runs), runs, comparisons, remarks));
+  }
   if (!o.csv.empty()) outputs.emplace_back(o.csv, makeCsv(runs));
   if (!o.json.empty()) outputs.emplace_back(o.json, makeJson(runs, comparisons, remarks));
   if (!o.svg.empty()) addFigures(outputs, o.svg, runs);
@@ -198,10 +200,8 @@ void makeReport(const Options& o) {
   writeAll(outputs);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  gsl_set_error_handler_off();  // a tail that underflows is 0
+/// The exit status.
+int run(int argc, char** argv) {
   CLI::App app{"Makes a page, figures and tables of finished runs of dravo.", "dravo-report"};
   Options options;
   define(app, options);
@@ -215,4 +215,15 @@ int main(int argc, char** argv) {
   }
   makeReport(options);
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gsl_set_error_handler_off();  // a tail that underflows is 0
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {  // of the file system, or no memory
+    fail(error.what());
+  }
 }
