@@ -165,7 +165,7 @@ class Remarks(Case):
         report = self.shared_line("shared", 29.0, shared=True)
         remark = [r for r in self.json_of(report)["remarks"] if r["kind"] == "chi-square"][1]
         self.assertIn("with 11 degrees of freedom, 12 where shared parameters count in part", remark["text"])
-        self.assertIn(f"probability of {chi_tail(29.0, 12):.2g}", remark["text"])
+        self.assertIn(f"probability of {chi_tail(29.0, 12):#.2g}", remark["text"])
 
     def test_the_sets_of_a_shared_fit_add_up_to_the_whole(self):
         comparison = self.json_of(self.shared_line("shared", 12.0, shared=True),
@@ -668,6 +668,32 @@ document.body.append(pre);
 </script>"""
 
 
+# Put last: text beyond the edge of its figure, and tables wider than their place.
+MEASURE = """<script>
+const out = {errors: found, cut: [], wide: [], texts: 0};
+document.querySelectorAll(".set, .small a").forEach(e => e.style.contentVisibility = "visible");
+for (const svg of document.querySelectorAll("svg")) {
+  const box = svg.getBoundingClientRect();
+  for (const text of svg.querySelectorAll("text")) {
+    const b = text.getBoundingClientRect();
+    ++out.texts;
+    if (b.left < box.left - 1 || b.right > box.right + 1 || b.top < box.top - 1 || b.bottom > box.bottom + 1) {
+      out.cut.push(text.textContent);
+    }
+  }
+}
+for (const table of document.querySelectorAll("table")) {
+  const room = document.querySelector("main").getBoundingClientRect().right;
+  const scrolls = getComputedStyle(table.parentElement).overflowX === "auto";
+  if (!scrolls && table.getBoundingClientRect().right > room + 1) out.wide.push(table.textContent.slice(0, 40));
+}
+const pre = document.createElement("pre");
+pre.id = "found";
+pre.textContent = JSON.stringify(out);
+document.body.append(pre);
+</script>"""
+
+
 def pixels(path):
     """{(r, g, b): count} and the first pixel of a PNG of 8 bits without interlace."""
     raw = path.read_bytes()
@@ -737,13 +763,7 @@ class Browser(Case):
         page = self.many_sets(200)
         self.assertEqual(re.findall(r"(?:https?:)?//[a-z]|@import|url\(", page), [])
         self.assertLess(len(page), 5e6)
-        probe = page.replace('<meta charset="utf-8">', '<meta charset="utf-8">' + LISTEN)
-        probe = probe.replace("</body>", CLICK + "</body>")
-        (self.dir / "probe.html").write_text(probe)
-        dom = self.chromium("--window-size=1280,1000", "--dump-dom", f"file://{self.dir}/probe.html")
-        text = re.search(r'<pre id="found">(.*?)</pre>', dom, re.DOTALL)
-        self.assertTrue(text, dom[-2000:])
-        found = json.loads(text[1].replace("&lt;", "<").replace("&gt;", ">").replace("&amp;", "&"))
+        found = self.found(page, CLICK, "--window-size=1280,1000")
         self.assertEqual((found["errors"], found["resources"], found["dead"], found["wide"]), ([], 0, 0, 0))
         self.assertEqual((found["sets"], found["small"], found["along"]), (200, 200, 3))
         self.assertGreater(min(found["figure"]), 200)
@@ -773,6 +793,59 @@ class Browser(Case):
             self.assertGreater(counts[paper], 300000)
             self.assertGreater(counts.get(accent, 0), 200)  # links of the table
 
+    def found(self, page, script, *args):
+        """What a script finds out about a page."""
+        probe = page.replace('<meta charset="utf-8">', '<meta charset="utf-8">' + LISTEN)
+        (self.dir / "probe.html").write_text(probe.replace("</body>", script + "</body>"))
+        dom = self.chromium(*args, "--dump-dom", f"file://{self.dir}/probe.html")
+        text = re.search(r'<pre id="found">(.*?)</pre>', dom, re.DOTALL)
+        self.assertTrue(text, dom[-2000:])
+        return json.loads(text[1].replace("&lt;", "<").replace("&gt;", ">").replace("&amp;", "&"))
+
+    def test_nothing_is_cut_off_on_the_screen_and_in_print(self):
+        # Titles with one number, so that they stand slanted below the axis, and errors by all methods.
+        text = (ROOT / "examples/hansen08_15n_cpmg_local.in").read_text()
+        text = re.sub(r"(?m)^SET (70|71)$", r"SET L98CD1-HD1-\1-and-more", text, count=2)
+        text = re.sub(r"(?m)^METHOD (GRID|MCMIN).*\n", "", text)
+        (self.dir / "l.in").write_text(text + "JACK1\nMONTE1 5\n")
+        self.fit("l")
+        self.run_report("-o", "l.html", "l.out")
+        page = (self.dir / "l.html").read_text()
+        self.assertIn("L98CD1-HD1-70-and-more", page)
+        # Letter paper less its margins is 710 wide.
+        for place, words in ((page, "--window-size=1280,1000"),
+                             (page.replace("@media print", "@media all"), "--window-size=710,1000")):
+            found = self.found(place, MEASURE, words)
+            with self.subTest(words):
+                self.assertEqual((found["errors"], found["cut"], found["wide"]), ([], [], []))
+                self.assertGreater(found["texts"], 60)
+
+    def test_points_of_a_column_stand_below_each_other(self):
+        rows = re.findall(r"<tr><td><a href=\"#r1-s\d+\">.*?</tr>", self.many_sets(12))
+        self.assertEqual(len(rows), 12)
+        columns = zip(*(re.findall(r"<td[^>]*?(?: data-pad=\"([.\d]+)\")?>([^<]*)</td>", row) for row in rows))
+        padded = 0
+        for column in columns:
+            ends = set()  # places behind the point
+            for pad, shown in column:
+                if not re.fullmatch(r"-?\d+(\.\d+)?", shown):
+                    continue
+                decimals = len(shown.partition(".")[2])
+                self.assertEqual(pad.startswith("."), bool(pad) and decimals == 0)
+                ends.add(decimals + int(pad.strip(".") or 0))
+                padded += bool(pad)
+            self.assertLessEqual(len(ends - {0}), 1 if padded else 2, column)
+        self.assertGreater(padded, 5)
+
+    def test_small_figures_have_two_numbers_on_each_axis(self):
+        page = self.many_sets(30)
+        small = page[page.index('<div class="small">'):]
+        figures = re.findall(r"<svg.*?</svg>", small[:small.index("</div>")])
+        self.assertEqual(len(figures), 30)
+        for figure in figures:
+            for axis in ("num mid", "num end"):
+                self.assertGreaterEqual(figure.count(f'class="{axis}"'), 2)
+
     def test_page_of_several_models(self):
         write_input(self.dir / "one.in", "CPMG_const", [("s1", ["PAR R20 1 40"])],
                     [(100 + i, 5, 1) for i in range(20)], columns=3, labels=2)
@@ -793,7 +866,7 @@ class Browser(Case):
         # F = ((57 - 17)/2)/(17/17) = 20, p = (1 + 40/17)^-8.5
         p = (1 + 40 / 17) ** -8.5
         self.assertEqual(found, [[], "Smallest AIC: two, AICc: two, BIC: two.",
-                                 ["one", "two", "2", "17", "20.00", f"{p:.2g}", "a limit of the larger model"]])
+                                 ["one", "two", "2", "17", "20.00", f"{p:#.2g}", "a limit of the larger model"]])
 
 
 if __name__ == "__main__":

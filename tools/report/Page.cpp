@@ -31,10 +31,28 @@ std::string right(const std::string& inner) { return "<td class=\"r\">" + inner 
 
 /// A number with its exact text for sorting and, on hovering, for reading; one that is not finite
 /// is sorted last.
-std::string numberCell(const std::string& shown, const std::string& exact) {
+std::string numberCell(const std::string& shown, const std::string& exact,
+                       const std::string& pad = "") {
   const std::string key = std::isfinite(toNumber(exact)) ? escaped(exact) : "";
-  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + "\">" +
+  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + '"' + pad + '>' +
          escaped(shown) + "</td>";
+}
+
+/// -1 where the text is not of digits and a point alone.
+int decimalsOf(const std::string& shown) {
+  if (shown.find_first_not_of("-0123456789.") != std::string::npos) return -1;
+  const std::size_t point = shown.find('.');
+  return point == std::string::npos ? 0 : static_cast<int>(shown.size() - point) - 1;
+}
+
+/// The attribute by which the style sheet sets blanks behind a number with fewer decimals than its
+/// column, so that the points stand below each other and copied cells stay numbers.
+std::string padOf(const std::string& shown, int column) {
+  constexpr int kMost = 6;  // as many as there are rules
+  const int own = decimalsOf(shown);
+  const int missing = std::min(column - own, kMost);
+  if (own < 0 || missing <= 0) return "";
+  return std::string(" data-pad=\"") + (own == 0 ? "." : "") + std::to_string(missing) + '"';
 }
 
 /// Fixed decimals where the size allows it, so that the digits of a column stand below each other.
@@ -397,6 +415,12 @@ class Page {
       errors += ". The points have no errors: those of the parameters lack a scale";
     }
     fact("Errors", escaped(errors));
+    if (run.errors_known && run.shares()) {
+      fact("Probability",
+           "in a set, a shared parameter counts as one over the number of its sets; DoF counts it "
+           "in "
+           "full");
+    }
     out_ += "</dl>\n";
   }
 
@@ -476,11 +500,39 @@ class Page {
               headCell("error", true, true);
     }
     out_ += headCell("remarks", true, true) + "</tr></thead><tbody>\n";
-    for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, columns);
+    std::vector<Column> numbers;
+    for (const Parameter* p : columns) numbers.push_back(columnOf(run, p->name));
+    for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, numbers);
     out_ += "</tbody></table></div>\n";
   }
 
-  void overviewRow(std::size_t r, std::size_t s, const std::vector<const Parameter*>& columns) {
+  static const Parameter* find(const Set& set, const std::string& name) {
+    const auto p = std::find_if(set.parameters.begin(), set.parameters.end(),
+                                [&name](const Parameter& q) { return q.name == name; });
+    return p == set.parameters.end() ? nullptr : &*p;
+  }
+
+  /// Two columns of the overview: value and error.
+  struct Column {
+    std::string name;
+    int value_decimals = 0;  // the most in any row
+    int error_decimals = 0;
+  };
+
+  static Column columnOf(const Run& run, const std::string& name) {
+    Column column{name};
+    for (const Set& set : run.sets) {
+      const Parameter* p = find(set, name);
+      if (p == nullptr) continue;
+      column.value_decimals = std::max(column.value_decimals, decimalsOf(valueText(*p)));
+      if (!(errorOf(*p) > 0.0)) continue;
+      column.error_decimals =
+          std::max(column.error_decimals, decimalsOf(roundedError(errorOf(*p))));
+    }
+    return column;
+  }
+
+  void overviewRow(std::size_t r, std::size_t s, const std::vector<Column>& columns) {
     const Run& run = runs_[r];
     const Set& set = run.sets[s];
     out_ += "<tr><td>" + link(setId(r, s), set.title) + "</td>" +
@@ -490,17 +542,19 @@ class Page {
       const double p = chiProbability(set.chi(), set.shareDof());
       out_ += numberCell(probabilityText(p), general(p, 6));
     }
-    for (const Parameter* column : columns) {
-      const auto p = std::find_if(set.parameters.begin(), set.parameters.end(),
-                                  [column](const Parameter& q) { return q.name == column->name; });
-      if (p == set.parameters.end()) {
+    for (const Column& column : columns) {
+      const Parameter* p = find(set, column.name);
+      if (p == nullptr) {
         out_ += "<td data-v=\"\"></td><td data-v=\"\"></td>";
         continue;
       }
+      const std::string value = valueText(*p);
+      out_ += numberCell(value, p->value.text, padOf(value, column.value_decimals));
       const double error = errorOf(*p);
-      out_ += numberCell(valueText(*p), p->value.text);
-      out_ += error > 0.0 ? numberCell(roundedError(error), general(error, 6))
-                          : "<td data-v=\"\"></td>";
+      const std::string shown = roundedError(error);
+      out_ += error > 0.0
+                  ? numberCell(shown, general(error, 6), padOf(shown, column.error_decimals))
+                  : "<td data-v=\"\"></td>";
     }
     const std::size_t count = remarksOn(r, s);
     out_ += "<td class=\"r flag\" data-v=\"" + std::to_string(count) + "\">" +
