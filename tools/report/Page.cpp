@@ -198,25 +198,27 @@ class Page {
 
   void comparison() {
     out_ += "<h2 id=\"comparison\">Comparison of models</h2>\n<p>";
-    out_ +=
-        comparisons_.errors_known
-            ? "The errors of the points are taken as Gaussian, independent and of the stated size: "
-              "AIC = X2 + 2k, BIC = X2 + k ln n, with n points and k adjustable parameters. "
-            : "The errors of the points are not known, and taken as Gaussian, independent and all "
-              "equal: AIC = n ln(X2/n) + 2k, BIC = n ln(X2/n) + k ln n, with n points and k "
-              "counting the size of the error too. ";
-    out_ +=
-        "AICc = AIC + 2k(k + 1)/(n - k - 1). The smallest value of a criterion is in bold; "
-        "differences below 2 mean little. The F test asks how often noise alone would lower X2 as "
-        "much as the additional parameters did: it does not need the size of the errors, but the "
-        "smaller model must be a special case of the larger. Where it is a limit at the edge of a "
-        "range (no exchange: kex then means nothing) p is approximate. In a set, a shared "
-        "parameter "
-        "counts as one over the number of its sets, and X2 is not the least that the set could "
-        "have "
-        "alone: trust the total there. All criteria compare fits of the same points, which has "
-        "been checked: "
-        "by x0, y and error.</p>\n";
+    const auto formula = [](const std::string& text) {
+      return "<span class=\"formula\">" + text + "</span>";
+    };
+    const std::string deviance = comparisons_.errors_known ? "X2" : "n ln(X2/n)";
+    out_ += std::string("The errors of the points are ") +
+            (comparisons_.errors_known
+                 ? "taken as Gaussian, independent and of the stated size: "
+                 : "not known, and taken as Gaussian, independent and all equal: ") +
+            formula("AIC = " + deviance + " + 2k") + ", " +
+            formula("AICc = AIC + 2k(k + 1)/(n - k - 1)") + ", " +
+            formula("BIC = " + deviance + " + k ln n") + ", with n points and k " +
+            (comparisons_.errors_known ? "adjustable parameters. "
+                                       : "counting the size of the error too. ") +
+            "The smallest value of a criterion is in bold; differences below 2 mean little.</p>\n"
+            "<p>The F test asks how often noise alone would lower X2 as much as the additional "
+            "parameters did: it does not need the size of the errors, but the smaller model must "
+            "be a special case of the larger. Where it is a limit at the edge of a range (no "
+            "exchange: kex then means nothing) p is approximate.</p>\n"
+            "<p>In a set, a shared parameter counts as one over the number of its sets, and X2 is "
+            "not the least that the set could have alone: trust the total there. All criteria "
+            "compare fits of the same points, which has been checked: by x0, y and error.</p>\n";
     warnDifferences();
     if (comparisons_.total.criteria.size() > 1) {
       out_ += "<h3>All sets together</h3>\n<p id=\"verdict\">Smallest AIC: " +

@@ -56,7 +56,7 @@ struct Set {
   /// Degrees of freedom where a shared parameter counts as one over the number of its sets, so that
   /// those of all sets add up to those of the fit. X2 of a set is about as large as they are.
   double shareDof() const { return dof + spared; }
-  double adjustable() const { return points - shareDof(); }
+  double adjustable() const { return (points - dof) - spared; }
 };
 
 struct Run {

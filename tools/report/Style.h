@@ -19,6 +19,7 @@ a{color:var(--accent);text-decoration:none}
 a:hover,a:focus-visible{text-decoration:underline}
 sub,sup{line-height:0;font-size:75%}
 .soft{color:var(--soft)}
+.formula{white-space:nowrap}
 nav{margin:10px 0 0;display:flex;flex-wrap:wrap;gap:4px 18px}
 .wide{overflow-x:auto;margin:8px 0 14px}
 table{border-collapse:collapse;font-size:13.5px;font-variant-numeric:tabular-nums}
