@@ -141,7 +141,7 @@ class RoundTrips(Case):
         self.assertIn("\nPAR R20_1_2 ", text)
         self.assertEqual(text.count("\nGPAR "), 2)
         self.assertEqual(text.count("\nPAR kex kex\n"), 5)
-        self.assertIn("# I0 at 500 MHz: 4000000, from 2\n", text)
+        self.assertIn("# I0 at 500 MHz, 298.15 K: 4000000, from 2\n", text)
         self.assertAlmostEqual(self.chi_square(text), 590.49515, delta=1e-4 * 590)
 
     def series_tables(self, name, time, fields):
@@ -365,6 +365,13 @@ class Rates(Case):
                 self.assertEqual(math.trunc(train), 2 * cycles)
                 self.assertLess(train - 2 * cycles, 1e-4)
 
+    def test_an_error_that_is_no_number_above_0_rejects_the_point(self):
+        # 1e-300/1e300 is 0 among doubles, and would be an infinite weight.
+        self.write("t.txt", "name ncyc intensity error\nA 0 1e300 1e298\nA 1 9e299 1e-300\n" +
+                   "".join(f"A {n} {n + 1}e299 1e298\n" for n in range(2, 8)))
+        text = self.convert("--field", 600, "-T", 0.02, "t.txt", said="t.txt:3: the error of the rate is 0\n")
+        self.assertEqual(len(data_lines(text)), 6)
+
     def test_odd_trains_are_rejected_where_pulses_are_counted(self):
         self.write("t.txt", "name nu intensity\nA 125 50\nA 50 51\nA 100 52\nA 150 53\nA 200 54\n"
                             "A 250 55\nA 300 56\n")
@@ -455,6 +462,14 @@ class Tables(Case):
         # The noise is that of an intensity of the spectrum: 1000/(0.02 0.5 1e5) and half of it.
         self.assertEqual((points[0][1][-1], points[4][1][-1]), ("1", "0.5"))
 
+    def test_missing_planes_however_they_are_written(self):
+        head = "VARS INDEX ASS HEIGHT " + " ".join(f"Z_A{i}" for i in range(7)) + "\n"
+        head += "FORMAT %5d %s %f" + " %f" * 7 + "\nNULLVALUE -666\n"
+        for null in ("-666", "-666.0000", "-6.66e+02"):
+            self.write("s.tab", head + f"1 G8 1000 1.0 {null} 0.5 0.6 0.65 0.7 0.72\n")
+            self.convert("-T", 0.02, "--field", 600, "--noise", 1, "s.tab:ncyc=0,1,2,3,4,6,8",
+                         said=f"s.tab:4: Z_A1 '{null}' is no value\n")
+
     def test_volumes(self):
         self.write("s.tab", "VARS ASS HEIGHT VOL Z_A0 Z_A1 Z_A2\nFORMAT %s %e %e %f %f %f\n"
                             "G8 1e5 3e5 1.0 0.5 0.6\n")
@@ -493,6 +508,8 @@ class Tables(Case):
                 (["--columns", "name,colour", "t.txt"], "there is no column 'colour'"),
                 (["s.tab:ncyc=0,2"], "s.tab:2: 2 formats for 3 variables"),
                 (["v.tab:ncyc=0,2,4"], "v.tab: 2 planes, but 3 values of ncyc or nu"),
+                (["v.tab:ncyc=0,2x"], "ncyc=0,2x: '2x' is no number"),
+                (["--nu", "ref,", "v.tab"], "nu=ref,: '' is no number"),
                 (["p.list:ncyc=2"], "p.list: no column 'Data Height'"),
                 (["p.list"], "p.list: a Sparky list is one plane, but there are 0 values of ncyc or nu"),
                 ([], "no file is given; see --help"),
@@ -711,20 +728,38 @@ class Inputs(Case):
         stderr = self.refuse("--field", 600, "t.txt", said="no residue is left")
         self.assertIn("t.txt:2: the model is one of CPMG, the point one of a spin lock\n", stderr)
 
+    def test_points_off_resonance_do_not_pass_as_others(self):
+        rows = "".join(f"A {p} {o} {9 - p / 200} 0.1\n" for p in (100, 200, 300, 400, 500) for o in (0, 300))
+        self.write("t.txt", "name power offset rate error\n" + rows)
+        said = "".join(f"t.txt:{line}: the model is one on resonance, the offset 300 Hz\n"
+                       for line in range(3, 13, 2))
+        text = self.convert("--model", "R1RHO_KAY_ON", "--field", 600, "t.txt", said=said)
+        self.assertEqual(len(data_lines(text)), 5)
+        self.assertEqual(len(data_lines(self.convert("--model", "R1RHO_KAY", "--field", 600, "t.txt"))), 10)
+
+    def test_each_reference_is_named_with_its_conditions(self):
+        rows = "".join(f"A {n} {v} {ligand}\n" for n, v in Tables.POINTS for ligand in (0.1, 0.2))
+        self.write("t.txt", "name ncyc intensity concentration\n" + rows)
+        text = self.convert("--field", 600, "-T", 0.02, "--noise", 1, "--model", "CPMG_Bind2", "t.txt")
+        for ligand in ("0.1", "0.2"):
+            self.assertIn(f"\n# I0 at 600 MHz, 298.15 K, ligand {ligand}: 100, from 1\n", text)
+
     def test_dravo_reads_and_plots_every_model(self):
         """Each model has its columns and labels, every parameter, and a curve for all its points."""
         self.grid(("600", "800"), ("283", "298"), ("1", "2"), ("0", "1"))
-        rows = ["name,field,temperature,power,offset,rate,error"]
-        for temperature in (283, 298):
-            for power in (100, 200, 300, 400):
-                rows += [f"A,{field},{temperature},{power},{offset},{9 + power / 100},0.1"
-                         for field in (600, 800) for offset in (-100, 100, 300)]
-        self.write("lock.csv", "\n".join(rows))
+        for name, powers, offsets in (("lock.csv", (100, 200, 300, 400), (-100, 100, 300)),
+                                      ("resonance.csv", range(100, 1300, 100), (0,))):
+            rows = ["name,field,temperature,power,offset,rate,error"]
+            rows += [f"A,{field},{temperature},{power},{offset},{9 + power / 100},0.1"
+                     for temperature in (283, 298) for power in powers
+                     for field in (600, 800) for offset in offsets]
+            self.write(name, "\n".join(rows))
         models = self.convert("--list-models").split()
         self.assertEqual(len(models), 40)
         for model in models:
             with self.subTest(model):
                 table = "lock.csv" if model.startswith("R1RHO") else "grid.csv"
+                table = "resonance.csv" if model.endswith("_ON") else table
                 fixed = ["--fix", "A0=0.001", "--fix", "B0=0.0005"] if "ind2c" in model or \
                     "bind3c" in model else []
                 text = self.convert("--model", model, "--method", "INIT", "--share", "all",

@@ -95,6 +95,7 @@ void readShiftsInto(Choices& choices, const Options& options, Rejects& rejects) 
 RateRules rulesOf(const Options& options, const Layout& layout) {
   RateRules rules;
   rules.spin_lock = layout.spinLock();
+  rules.on_resonance = layout.onResonance();
   rules.counted_pulses = layout.countedPulses();
   rules.needs_time = layout.has('T');
   rules.needs_temperature = layout.needsTemperature();

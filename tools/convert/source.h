@@ -27,6 +27,8 @@ enum class Quantity {
 
 /// The quantity of this column name, letter case ignored; false if there is none.
 [[nodiscard]] bool findQuantity(const std::string& name, Quantity& quantity);
+/// True for "ref", which stands for 0 cycles, in any letter case.
+[[nodiscard]] bool isReferenceWord(const std::string& text);
 /// The first name of a quantity, for messages.
 [[nodiscard]] std::string nameOf(Quantity quantity);
 

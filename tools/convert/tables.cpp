@@ -79,8 +79,6 @@ class Fields {
   const Constants& columns_;
 };
 
-bool isReferenceWord(const std::string& text) { return equalIgnoringCase(text, "ref"); }
-
 bool readTemperature(const Fields& fields, double& kelvin, std::string& reason) {
   constexpr double kKelvinAtZeroCelsius = 273.15;
   const std::string* text = fields.find(Quantity::kTemperature);
@@ -373,12 +371,14 @@ void addPeak(const Line& line, const SeriesTable& table, const Words& planes, As
     into.reject(line.number, table.vars[at] + " '" + row[at] + "' is no number");
     return;
   }
+  double null_value = kNotGiven;  // the table may write -666 as -666.0000
+  if (!parseNumber(table.null_value, null_value)) null_value = kNotGiven;
   Constants fields;
   fields[Quantity::kName] = peakName(table, row);
   for (std::size_t i = 0; i < planes.size(); ++i) {
     const std::string& text = row[table.column(planes[i])];
     double ratio = 0.0;
-    if (text == table.null_value || !parseNumber(text, ratio)) {
+    if (text == table.null_value || !parseNumber(text, ratio) || ratio == null_value) {
       into.reject(line.number, planes[i] + " '" + text + "' is no value");
       continue;
     }

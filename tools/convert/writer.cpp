@@ -3,7 +3,8 @@
 #include "writer.h"
 
 #include "FuncLib.h"
-#include "Text.h"  // equalIgnoringCase
+#include "Text.h"    // equalIgnoringCase
+#include "errors.h"  // describe
 #include "labels.h"
 #include "source.h"  // splitAt
 
@@ -384,8 +385,8 @@ class Writer {
   void writeSet(const Set& set) {
     out_ << "\nSET " << set.residue->name << '\n';
     for (const Reference& reference : set.residue->references) {
-      comment("I0 at " + shortText(reference.at.field_mhz) + " MHz: " +
-              shortText(reference.intensity) + ", from " + std::to_string(reference.points));
+      comment("I0 at " + describe(reference.at) + ": " + shortText(reference.intensity) +
+              ", from " + std::to_string(reference.points));
     }
     const auto shift = choices_.shifts_ppm.find(set.residue->name);
     if (shift != choices_.shifts_ppm.end()) {
