@@ -266,6 +266,25 @@ class Remarks(Case):
         self.assertEqual(self.csv_of(report)[0]["jackknife_error"], "")
         self.assertEqual(self.csv_of(report)[0]["montecarlo_error"], "0.11")
 
+    def test_passes_of_another_fit_or_cut_short_are_named(self):
+        report = self.analysed("cut", ("0.1", "0.2"), ("0.11", "0.2"), shared=True)
+        text = "Monte Carlo simulations (2)\n"
+        for k in (1, 2):
+            for title in ("s1", "s2"):
+                text += f"#{k}: {title}\n#{k}:\ta\t{k}\n#{k}:\tb\t{2 * k}\n#{k}:\tX2/DoF\t1\t(DoF = 10)\n"
+            text += f"#{k}: GLOBAL X2/DoF\t1\t(DoF = 20)\n\n"
+        passes = self.dir / f"{report}-monte"
+        passes.write_text(text)
+        self.assertEqual(self.kinds(report), [])
+        more = text.replace("#1:\tb\t2\n", "#1:\tb\t2\n#1:\tc\t3\n#1:\td\t3\n#1:\te\t3\n")
+        for changed in (text[:text.rindex("#2: GLOBAL")], text[:len(text) // 2], more,
+                        text.replace("\tb\t", "\tz\t"), text.replace("#2: s2\n", ""),
+                        text.replace("\tb\t4", "\tb\tx"), "#1: GLOBAL X2/DoF\t1\n"):
+            self.assertNotEqual(changed, text)
+            passes.write_text(changed)
+            remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "files"]
+            self.assertIn("cut.out-monte is of another fit or incomplete", remark["text"])
+
     def test_an_analysis_that_did_not_finish_is_named(self):
         report = self.analysed("half", ("0.1", "0.2"), ("0.11", "0.2"), shared=True)
         self.assertEqual(self.kinds(report), [])
