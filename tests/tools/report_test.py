@@ -258,6 +258,14 @@ class Remarks(Case):
         self.fit("d9")
         self.assertIn("residuals", self.kinds("d9.out"))
 
+    def test_reports_of_few_digits_go_with_their_curves(self):
+        text = (ROOT / "examples/hansen08_15n_cpmg_local.in").read_text()
+        (self.dir / "l.in").write_text(re.sub(r"(?m)^METHOD (GRID|MCMIN).*\n", "", text))
+        for digits in ("1", "2", "6", "17"):
+            subprocess.run([PROGRAM, "-i", "l.in", "-o", "l.out", "-xmgr", "-prec", digits], cwd=self.dir,
+                           check=True, capture_output=True)
+            self.assertEqual(set(self.kinds("l.out")) & {"residuals", "files", "plot"}, set(), digits)
+
     def test_summaries_of_another_fit_are_left_out(self):
         report = self.analysed("stale", ("0.9", "0.9"), ("0.11", "0.2"), shared=True)
         final = self.dir / f"{report}-jack-final.out"

@@ -402,7 +402,7 @@ bool varies(const Along& along) {
 /// The title, or its beginning where it is long.
 std::string shortTitle(const std::string& title) {
   constexpr std::size_t kMost = 14;
-  const std::string clean = cleanText(title);
+  std::string clean = cleanText(title);
   const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; };
   std::size_t letters = 0;
   for (std::size_t i = 0; i < clean.size(); ++i) {

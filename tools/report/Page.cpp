@@ -503,6 +503,7 @@ class Page {
     }
     out_ += headCell("remarks", true, true) + "</tr></thead><tbody>\n";
     std::vector<Column> numbers;
+    numbers.reserve(columns.size());
     for (const Parameter* p : columns) numbers.push_back(columnOf(run, p->name));
     for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, numbers);
     out_ += "</tbody></table></div>\n";
