@@ -141,7 +141,7 @@ class RoundTrips(Case):
         self.assertIn("\nPAR R20_1_2 ", text)
         self.assertEqual(text.count("\nGPAR "), 2)
         self.assertEqual(text.count("\nPAR kex kex\n"), 5)
-        self.assertIn("# I0 at 500 MHz: 4000000, from 2\n", text)
+        self.assertIn("# I0 at 500 MHz, 298.15 K: 4000000, from 2\n", text)
         self.assertAlmostEqual(self.chi_square(text), 590.49515, delta=1e-4 * 590)
 
     def series_tables(self, name, time, fields):
@@ -323,6 +323,21 @@ class Rates(Case):
         self.assertIn(f"600 MHz, 298.15 K, T = 0.02 s: errors are {math.sqrt(2):.10g}, pooled", text)
         self.assertIn(f"800 MHz, 298.15 K, T = 0.02 s: errors are {math.sqrt(18):.10g}, pooled", text)
 
+    def test_points_without_the_error_that_others_have_are_named(self):
+        self.write("t.txt", "name ncyc intensity error\nA 0 100\nA 1 50 1\nA 2 51\nA 3 52 1\n"
+                            "A 4 60\nA 5 61 1\nA 6 62 1\nA 8 63 1\n")
+        words = ("--field", 600, "-T", 0.02, "t.txt")
+        self.refuse(*words, said="2 points at 600 MHz, 298.15 K have no error, first t.txt:4, and none is "
+                                 "repeated; state --noise, or --errors file to leave them out")
+        text = self.convert(*words, "--errors", "file",
+                            said="t.txt:4: no error\nt.txt:6: no error\n")
+        self.assertEqual(len(data_lines(text)), 5)
+
+    def test_a_stated_reference_has_no_error(self):
+        self.write("t.txt", self.HEAD + self.FOUR)
+        self.refuse("--field", 600, "-T", 0.02, "--noise", 1, "--I0", 100, "--I0-error", "t.txt",
+                    said="--I0-error: an intensity that --I0 states has no error")
+
     def test_folded_peaks_count_like_others(self):
         table = self.HEAD + "A 0 100\nA 2 50\n" + self.FOUR
         folded = re.sub(r"(\d+)$", r"-\1", table, flags=re.MULTILINE)
@@ -349,6 +364,13 @@ class Rates(Case):
                 train = float(words[1]) * float(words[0])
                 self.assertEqual(math.trunc(train), 2 * cycles)
                 self.assertLess(train - 2 * cycles, 1e-4)
+
+    def test_an_error_that_is_no_number_above_0_rejects_the_point(self):
+        # 1e-300/1e300 is 0 among doubles, and would be an infinite weight.
+        self.write("t.txt", "name ncyc intensity error\nA 0 1e300 1e298\nA 1 9e299 1e-300\n" +
+                   "".join(f"A {n} {n + 1}e299 1e298\n" for n in range(2, 8)))
+        text = self.convert("--field", 600, "-T", 0.02, "t.txt", said="t.txt:3: the error of the rate is 0\n")
+        self.assertEqual(len(data_lines(text)), 6)
 
     def test_odd_trains_are_rejected_where_pulses_are_counted(self):
         self.write("t.txt", "name nu intensity\nA 125 50\nA 50 51\nA 100 52\nA 150 53\nA 200 54\n"
@@ -440,6 +462,14 @@ class Tables(Case):
         # The noise is that of an intensity of the spectrum: 1000/(0.02 0.5 1e5) and half of it.
         self.assertEqual((points[0][1][-1], points[4][1][-1]), ("1", "0.5"))
 
+    def test_missing_planes_however_they_are_written(self):
+        head = "VARS INDEX ASS HEIGHT " + " ".join(f"Z_A{i}" for i in range(7)) + "\n"
+        head += "FORMAT %5d %s %f" + " %f" * 7 + "\nNULLVALUE -666\n"
+        for null in ("-666", "-666.0000", "-6.66e+02"):
+            self.write("s.tab", head + f"1 G8 1000 1.0 {null} 0.5 0.6 0.65 0.7 0.72\n")
+            self.convert("-T", 0.02, "--field", 600, "--noise", 1, "s.tab:ncyc=0,1,2,3,4,6,8",
+                         said=f"s.tab:4: Z_A1 '{null}' is no value\n")
+
     def test_volumes(self):
         self.write("s.tab", "VARS ASS HEIGHT VOL Z_A0 Z_A1 Z_A2\nFORMAT %s %e %e %f %f %f\n"
                             "G8 1e5 3e5 1.0 0.5 0.6\n")
@@ -478,6 +508,8 @@ class Tables(Case):
                 (["--columns", "name,colour", "t.txt"], "there is no column 'colour'"),
                 (["s.tab:ncyc=0,2"], "s.tab:2: 2 formats for 3 variables"),
                 (["v.tab:ncyc=0,2,4"], "v.tab: 2 planes, but 3 values of ncyc or nu"),
+                (["v.tab:ncyc=0,2x"], "ncyc=0,2x: '2x' is no number"),
+                (["--nu", "ref,", "v.tab"], "nu=ref,: '' is no number"),
                 (["p.list:ncyc=2"], "p.list: no column 'Data Height'"),
                 (["p.list"], "p.list: a Sparky list is one plane, but there are 0 values of ncyc or nu"),
                 ([], "no file is given; see --help"),
@@ -504,6 +536,39 @@ class Tables(Case):
                  "state the concentration A0, in mol/l: --fix A0=VALUE")):
             with self.subTest(words):
                 self.refuse(*common, *words, said=said)
+
+    def test_a_file_without_points_is_named(self):
+        self.write("good.txt", "name ncyc intensity\n" + "".join(f"A {n} {v}\n" for n, v in self.POINTS))
+        for name, text in (("empty.txt", ""), ("head.txt", "name ncyc intensity\n"),
+                           ("rest.txt", "# nothing\n"), ("series.tab", "VARS ASS Z_A0\nFORMAT %s %f\n")):
+            self.write(name, text)
+            words = ("--field", 600, "-T", 0.02, "--noise", 1, "good.txt", name)
+            self.convert(*words, said=f"{name}: there is no point in it\n")
+            self.refuse(*words, "--strict", said="1 rejected; nothing is written")
+
+    def test_a_file_given_twice_would_count_twice(self):
+        self.write("t.txt", "name ncyc intensity -\n" +
+                   "".join(f"A {n} {v} {v}\n" for n, v in self.POINTS))
+        common = ("-T", 0.02, "--noise", 1)
+        self.refuse(*common, "--field", 600, "t.txt", "t*.txt", said="t.txt is given twice")
+        both = self.convert(*common, "t.txt:field=600:columns=name,ncyc,intensity,-",
+                            "t.txt:field=800:columns=name,ncyc,-,intensity")
+        one = self.convert(*common, "t.txt:field=600")
+        self.assertEqual(len(data_lines(both)), 2 * len(data_lines(one)))
+
+    def test_unprintable_characters(self):
+        self.write("t.txt", "name ncyc intensity\nA 0 90\nG\x018 2 50\nA \x1b[31m 50\n")
+        stderr = self.refuse("--field", 600, "-T", 0.02, "--noise", 1, "t.txt", said="no residue is left")
+        self.assertEqual(stderr.splitlines()[:2], ["t.txt:3: the name has an unprintable character",
+                                                   "t.txt:4: ncyc '?[31m' is no number"])
+
+    def test_degrees_and_kelvin_are_the_same_temperature(self):
+        # 273.15 - 10.1 is not the double nearest to 263.05.
+        self.assertNotEqual(273.15 - 10.1, 263.05)
+        rows = "".join(f"A {n} {v} {t}\n" for n, v in self.POINTS for t in ("-10.1C", "263.05"))
+        self.write("t.txt", "name ncyc intensity temperature\n" + rows)
+        text = self.convert("--field", 600, "-T", 0.02, "--noise", 1, "t.txt")
+        self.assertIn("Index digits: temperature, 1 is 263.05 K; field", text)
 
     def test_quantities_that_are_not_known_reject_the_line(self):
         self.write("t.txt", "name ncyc intensity\nG8 2 50\n")
@@ -582,6 +647,11 @@ class Inputs(Case):
         self.assertIn("\n# Shift difference -1.5 ppm of 15N, 477.5022 rad/s\n"
                       "PAR dw 334.3 620.8 3 477.5\n", text)
 
+    def test_shift_differences_of_other_names_end_the_run(self):
+        self.write("shifts.txt", "A10N-H 2\n")
+        self.refuse("--shifts", "shifts.txt", "--nucleus", "15N", self.grid(),
+                    said="shifts.txt has none of the residues")
+
     def test_the_sign_of_15n_off_resonance_is_that_of_the_angular_frequency(self):
         rows = "".join(f"A {p} {o} 9 0.1\n" for p in (100, 200) for o in (-100, 0, 100, 200))
         self.write("t.txt", "name power offset rate error\n" + rows)
@@ -610,6 +680,22 @@ class Inputs(Case):
                      "GFIXED dw 500\n", "PAR dw dw\n", "PAR kex 10 20 1 10\n"):
             self.assertIn(f"\n{line}", text)
         self.assertNotIn("GRID", text)
+
+    def test_chosen_ranges_are_not_rounded(self):
+        text = self.convert(self.grid(), "--range", "kex=1234.567,2345.678,3,1500.25")
+        self.assertIn("\nPAR kex 1234.567 2345.678 3 1500.25\n", text)
+
+    def test_shared_rates_are_searched_where_the_points_of_all_residues_are(self):
+        # At 800 MHz there are only points of B, from 12 to 20; at 600 MHz of A from 4 on, of C from 6 to 30.
+        rates = {("A", 600): (10, 8, 7, 6, 5, 4), ("B", 800): (20, 18, 16, 14, 13, 12),
+                 ("C", 600): (30, 20, 15, 10, 8, 6)}
+        rows = "".join(f"{name} {field} {50 * i} {rate} 0.1\n" for (name, field), values in rates.items()
+                       for i, rate in enumerate(values, 1))
+        self.write("t.txt", "name field nu rate error\n" + rows)
+        text = self.convert("--share", "R20", "t.txt")
+        # From 0.8 of the lowest to the highest.
+        self.assertIn("\nGPAR R20_1_1 3.2 30 1 4\nGPAR R20_1_2 9.6 20 1 12\n", text)
+        self.fit(text)
 
     def test_ranges_stay_within_the_bounds_of_the_model(self):
         text = self.convert("--model", "CPMG_Torchia", self.grid())
@@ -642,20 +728,38 @@ class Inputs(Case):
         stderr = self.refuse("--field", 600, "t.txt", said="no residue is left")
         self.assertIn("t.txt:2: the model is one of CPMG, the point one of a spin lock\n", stderr)
 
+    def test_points_off_resonance_do_not_pass_as_others(self):
+        rows = "".join(f"A {p} {o} {9 - p / 200} 0.1\n" for p in (100, 200, 300, 400, 500) for o in (0, 300))
+        self.write("t.txt", "name power offset rate error\n" + rows)
+        said = "".join(f"t.txt:{line}: the model is one on resonance, the offset 300 Hz\n"
+                       for line in range(3, 13, 2))
+        text = self.convert("--model", "R1RHO_KAY_ON", "--field", 600, "t.txt", said=said)
+        self.assertEqual(len(data_lines(text)), 5)
+        self.assertEqual(len(data_lines(self.convert("--model", "R1RHO_KAY", "--field", 600, "t.txt"))), 10)
+
+    def test_each_reference_is_named_with_its_conditions(self):
+        rows = "".join(f"A {n} {v} {ligand}\n" for n, v in Tables.POINTS for ligand in (0.1, 0.2))
+        self.write("t.txt", "name ncyc intensity concentration\n" + rows)
+        text = self.convert("--field", 600, "-T", 0.02, "--noise", 1, "--model", "CPMG_Bind2", "t.txt")
+        for ligand in ("0.1", "0.2"):
+            self.assertIn(f"\n# I0 at 600 MHz, 298.15 K, ligand {ligand}: 100, from 1\n", text)
+
     def test_dravo_reads_and_plots_every_model(self):
         """Each model has its columns and labels, every parameter, and a curve for all its points."""
         self.grid(("600", "800"), ("283", "298"), ("1", "2"), ("0", "1"))
-        rows = ["name,field,temperature,power,offset,rate,error"]
-        for temperature in (283, 298):
-            for power in (100, 200, 300, 400):
-                rows += [f"A,{field},{temperature},{power},{offset},{9 + power / 100},0.1"
-                         for field in (600, 800) for offset in (-100, 100, 300)]
-        self.write("lock.csv", "\n".join(rows))
+        for name, powers, offsets in (("lock.csv", (100, 200, 300, 400), (-100, 100, 300)),
+                                      ("resonance.csv", range(100, 1300, 100), (0,))):
+            rows = ["name,field,temperature,power,offset,rate,error"]
+            rows += [f"A,{field},{temperature},{power},{offset},{9 + power / 100},0.1"
+                     for temperature in (283, 298) for power in powers
+                     for field in (600, 800) for offset in offsets]
+            self.write(name, "\n".join(rows))
         models = self.convert("--list-models").split()
         self.assertEqual(len(models), 40)
         for model in models:
             with self.subTest(model):
                 table = "lock.csv" if model.startswith("R1RHO") else "grid.csv"
+                table = "resonance.csv" if model.endswith("_ON") else table
                 fixed = ["--fix", "A0=0.001", "--fix", "B0=0.0005"] if "ind2c" in model or \
                     "bind3c" in model else []
                 text = self.convert("--model", model, "--method", "INIT", "--share", "all",
@@ -736,6 +840,18 @@ class Files(Case):
                                   stdout=full, stderr=subprocess.PIPE)
         self.assertEqual((done.returncode, done.stderr),
                          (1, "dravo-convert: cannot write to standard output\n"))
+
+    def test_output_that_ends_early_is_no_success(self):
+        for words in (["--list-models"], ["--help"]):
+            with self.subTest(words), open("/dev/full", "w", encoding="ascii") as full:
+                done = subprocess.run([CONVERT, *words], text=True, stdout=full, stderr=subprocess.PIPE)
+                self.assertEqual((done.returncode, done.stderr),
+                                 (1, "dravo-convert: cannot write to standard output\n"))
+
+    def test_a_table_is_not_overwritten(self):
+        before = (self.place / "t.txt").read_text()
+        self.refuse(*self.words, "-o", "./t.txt", said="-o ./t.txt is one of the tables")
+        self.assertEqual((self.place / "t.txt").read_text(), before)
 
     def test_unknown_options(self):
         self.refuse("--colour", said="The following argument was not expected: --colour")

@@ -142,6 +142,46 @@ class Remarks(Case):
             self.assertAlmostEqual(self.json_of(report)["runs"][0]["probability"], tail, delta=1e-12)
             self.assertAlmostEqual(float(self.csv_of(report)[0]["probability"]), tail, delta=1e-6)
 
+    def shared_line(self, name, chi, shared):
+        """Two sets of 13 points with one line, or a line each; X2 of each set is `chi`."""
+        lines = ["PAR a a_all", "PAR b b_all"] if shared else ["PAR a -9 9", "PAR b -9 9"]
+        write_input(self.dir / f"{name}.in", "Linear", [("s1", lines), ("s2", lines)],
+                    LINE + [(12, 38.0, 0.5)], head="GPAR a_all -9 9\nGPAR b_all -9 9\n" * shared)
+        dof = 24 if shared else 22
+        write_report(self.dir / f"{name}.out", "Linear", [(t, GOOD, chi / 11, 11) for t in ("s1", "s2")],
+                     points=26, total=(2 * chi / dof, dof))
+        return f"{name}.out"
+
+    def test_a_shared_parameter_counts_in_part_in_each_set(self):
+        # Of 13 points both sets pay one parameter each: 12 degrees of freedom, not 11.
+        tail = chi_tail(25.5, 12)
+        self.assertGreater(tail, 0.01)
+        report = self.shared_line("shared", 25.5, shared=True)
+        remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "chi-square"]
+        self.assertEqual(remark["set"], None)  # 51 with 24 degrees of freedom is rare, 25.5 with 12 is not
+        for row in self.csv_of(report):
+            self.assertAlmostEqual(float(row["probability"]), tail, delta=1e-6)
+            self.assertEqual(row["dof"], "11")
+        report = self.shared_line("shared", 29.0, shared=True)
+        remark = [r for r in self.json_of(report)["remarks"] if r["kind"] == "chi-square"][1]
+        self.assertIn("with 11 degrees of freedom, 12 where shared parameters count in part", remark["text"])
+        self.assertIn(f"probability of {chi_tail(29.0, 12):#.2g}", remark["text"])
+
+    def test_the_sets_of_a_shared_fit_add_up_to_the_whole(self):
+        comparison = self.json_of(self.shared_line("shared", 12.0, shared=True),
+                                  self.shared_line("own", 10.0, shared=False))["comparison"]
+        for i, (chi, k) in enumerate(((12.0, 1), (10.0, 2))):
+            for one in comparison["sets"]:
+                self.assertEqual(one["criteria"][i]["parameters"], k)
+                self.assertAlmostEqual(one["criteria"][i]["aic"], chi + 2 * k, delta=1e-3)
+            self.assertEqual(comparison["total"]["criteria"][i]["parameters"], 2 * k)
+            self.assertAlmostEqual(comparison["total"]["criteria"][i]["aic"], 2 * (chi + 2 * k), delta=1e-3)
+        test, = comparison["sets"][0]["f_tests"]
+        self.assertEqual((test["extra_parameters"], test["dof"]), (1, 11))
+        self.assertAlmostEqual(test["f"], 2 / (10 / 11), delta=1e-3)
+        test, = comparison["total"]["f_tests"]  # two more parameters: the tail has a closed form
+        self.assertAlmostEqual(test["p"], (1 + 2 * test["f"] / 22) ** -11, delta=1e-6)
+
     def test_minimisation_that_was_still_falling(self):
         for lines, expected in (((("INIT", 9), ("GRID10", 1)), ["unfinished"]),
                                 ((("INIT", 9), ("ONEEX", 1)), []),
@@ -218,6 +258,14 @@ class Remarks(Case):
         self.fit("d9")
         self.assertIn("residuals", self.kinds("d9.out"))
 
+    def test_reports_of_few_digits_go_with_their_curves(self):
+        text = (ROOT / "examples/hansen08_15n_cpmg_local.in").read_text()
+        (self.dir / "l.in").write_text(re.sub(r"(?m)^METHOD (GRID|MCMIN).*\n", "", text))
+        for digits in ("1", "2", "6", "17"):
+            subprocess.run([PROGRAM, "-i", "l.in", "-o", "l.out", "-xmgr", "-prec", digits], cwd=self.dir,
+                           check=True, capture_output=True)
+            self.assertEqual(set(self.kinds("l.out")) & {"residuals", "files", "plot"}, set(), digits)
+
     def test_summaries_of_another_fit_are_left_out(self):
         report = self.analysed("stale", ("0.9", "0.9"), ("0.11", "0.2"), shared=True)
         final = self.dir / f"{report}-jack-final.out"
@@ -225,6 +273,33 @@ class Remarks(Case):
         self.assertIn("files", self.kinds(report))
         self.assertEqual(self.csv_of(report)[0]["jackknife_error"], "")
         self.assertEqual(self.csv_of(report)[0]["montecarlo_error"], "0.11")
+
+    def test_passes_of_another_fit_or_cut_short_are_named(self):
+        report = self.analysed("cut", ("0.1", "0.2"), ("0.11", "0.2"), shared=True)
+        text = "Monte Carlo simulations (2)\n"
+        for k in (1, 2):
+            for title in ("s1", "s2"):
+                text += f"#{k}: {title}\n#{k}:\ta\t{k}\n#{k}:\tb\t{2 * k}\n#{k}:\tX2/DoF\t1\t(DoF = 10)\n"
+            text += f"#{k}: GLOBAL X2/DoF\t1\t(DoF = 20)\n\n"
+        passes = self.dir / f"{report}-monte"
+        passes.write_text(text)
+        self.assertEqual(self.kinds(report), [])
+        more = text.replace("#1:\tb\t2\n", "#1:\tb\t2\n#1:\tc\t3\n#1:\td\t3\n#1:\te\t3\n")
+        for changed in (text[:text.rindex("#2: GLOBAL")], text[:len(text) // 2], more,
+                        text.replace("\tb\t", "\tz\t"), text.replace("#2: s2\n", ""),
+                        text.replace("\tb\t4", "\tb\tx"), "#1: GLOBAL X2/DoF\t1\n"):
+            self.assertNotEqual(changed, text)
+            passes.write_text(changed)
+            remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "files"]
+            self.assertIn("cut.out-monte is of another fit or incomplete", remark["text"])
+
+    def test_an_analysis_that_did_not_finish_is_named(self):
+        report = self.analysed("half", ("0.1", "0.2"), ("0.11", "0.2"), shared=True)
+        self.assertEqual(self.kinds(report), [])
+        (self.dir / f"{report}-monte.sum").unlink()
+        remark, = [r for r in self.json_of(report)["remarks"] if r["kind"] == "files"]
+        self.assertIn("half.out-monte was not finished", remark["text"])
+        self.assertEqual(self.csv_of(report)[0]["montecarlo_error"], "")
 
 
 class Comparison(Case):
@@ -389,6 +464,27 @@ class Files(Case):
             self.assertIn(words, done.stderr.decode())
             self.assertEqual(done.stdout, b"")
             self.assertEqual(sorted(path.name for path in self.dir.iterdir()), before, args)
+
+    def test_outputs_in_one_place_or_in_that_of_a_file_of_the_run(self):
+        shutil.copy(ROOT / "examples/synthetic_decay.in", self.dir / "d.in")
+        self.fit("d")
+        before = {path.name: path.read_bytes() for path in self.dir.iterdir()}
+        self.assertIn("G12.xmgr", before)
+        for args, words in ((["--csv", "G12.xmgr"], "G12.xmgr: is a file of the run"),
+                            (["--csv", "./d.in"], "./d.in: is a file of the run"),
+                            (["--json", "d.out-monte.sum"], "d.out-monte.sum: is a file of the run"),
+                            (["-o", "x", "--csv", "./x"], "./x: is where two outputs would go"),
+                            (["-o", "-", "--csv", "-"], "standard output: is where two outputs would go")):
+            self.assertIn(words, self.run_report(*args, "d.out", status=1).stderr.decode())
+            self.assertEqual({path.name: path.read_bytes() for path in self.dir.iterdir()}, before)
+
+    def test_output_that_ends_early_is_no_success(self):
+        report = self.by_hand("good", GOOD)
+        for args in (["--help"], ["--version"], ["-o", "-", report], ["--csv", "-", report]):
+            with self.subTest(args), open("/dev/full", "wb") as full:
+                done = subprocess.run([REPORT, *args], cwd=self.dir, stdout=full, stderr=subprocess.PIPE)
+                self.assertEqual((done.returncode, done.stderr),
+                                 (1, b"dravo-report: standard output: cannot be written\n"))
 
     def test_without_options_the_page_lies_beside_the_report_and_is_the_same_each_time(self):
         self.run_report(self.by_hand("good", GOOD))
@@ -599,6 +695,32 @@ document.body.append(pre);
 </script>"""
 
 
+# Put last: text beyond the edge of its figure, and tables wider than their place.
+MEASURE = """<script>
+const out = {errors: found, cut: [], wide: [], texts: 0};
+document.querySelectorAll(".set, .small a").forEach(e => e.style.contentVisibility = "visible");
+for (const svg of document.querySelectorAll("svg")) {
+  const box = svg.getBoundingClientRect();
+  for (const text of svg.querySelectorAll("text")) {
+    const b = text.getBoundingClientRect();
+    ++out.texts;
+    if (b.left < box.left - 1 || b.right > box.right + 1 || b.top < box.top - 1 || b.bottom > box.bottom + 1) {
+      out.cut.push(text.textContent);
+    }
+  }
+}
+for (const table of document.querySelectorAll("table")) {
+  const room = document.querySelector("main").getBoundingClientRect().right;
+  const scrolls = getComputedStyle(table.parentElement).overflowX === "auto";
+  if (!scrolls && table.getBoundingClientRect().right > room + 1) out.wide.push(table.textContent.slice(0, 40));
+}
+const pre = document.createElement("pre");
+pre.id = "found";
+pre.textContent = JSON.stringify(out);
+document.body.append(pre);
+</script>"""
+
+
 def pixels(path):
     """{(r, g, b): count} and the first pixel of a PNG of 8 bits without interlace."""
     raw = path.read_bytes()
@@ -668,13 +790,7 @@ class Browser(Case):
         page = self.many_sets(200)
         self.assertEqual(re.findall(r"(?:https?:)?//[a-z]|@import|url\(", page), [])
         self.assertLess(len(page), 5e6)
-        probe = page.replace('<meta charset="utf-8">', '<meta charset="utf-8">' + LISTEN)
-        probe = probe.replace("</body>", CLICK + "</body>")
-        (self.dir / "probe.html").write_text(probe)
-        dom = self.chromium("--window-size=1280,1000", "--dump-dom", f"file://{self.dir}/probe.html")
-        text = re.search(r'<pre id="found">(.*?)</pre>', dom, re.DOTALL)
-        self.assertTrue(text, dom[-2000:])
-        found = json.loads(text[1].replace("&lt;", "<").replace("&gt;", ">").replace("&amp;", "&"))
+        found = self.found(page, CLICK, "--window-size=1280,1000")
         self.assertEqual((found["errors"], found["resources"], found["dead"], found["wide"]), ([], 0, 0, 0))
         self.assertEqual((found["sets"], found["small"], found["along"]), (200, 200, 3))
         self.assertGreater(min(found["figure"]), 200)
@@ -704,6 +820,59 @@ class Browser(Case):
             self.assertGreater(counts[paper], 300000)
             self.assertGreater(counts.get(accent, 0), 200)  # links of the table
 
+    def found(self, page, script, *args):
+        """What a script finds out about a page."""
+        probe = page.replace('<meta charset="utf-8">', '<meta charset="utf-8">' + LISTEN)
+        (self.dir / "probe.html").write_text(probe.replace("</body>", script + "</body>"))
+        dom = self.chromium(*args, "--dump-dom", f"file://{self.dir}/probe.html")
+        text = re.search(r'<pre id="found">(.*?)</pre>', dom, re.DOTALL)
+        self.assertTrue(text, dom[-2000:])
+        return json.loads(text[1].replace("&lt;", "<").replace("&gt;", ">").replace("&amp;", "&"))
+
+    def test_nothing_is_cut_off_on_the_screen_and_in_print(self):
+        # Titles with one number, so that they stand slanted below the axis, and errors by all methods.
+        text = (ROOT / "examples/hansen08_15n_cpmg_local.in").read_text()
+        text = re.sub(r"(?m)^SET (70|71)$", r"SET L98CD1-HD1-\1-and-more", text, count=2)
+        text = re.sub(r"(?m)^METHOD (GRID|MCMIN).*\n", "", text)
+        (self.dir / "l.in").write_text(text + "JACK1\nMONTE1 5\n")
+        self.fit("l")
+        self.run_report("-o", "l.html", "l.out")
+        page = (self.dir / "l.html").read_text()
+        self.assertIn("L98CD1-HD1-70-and-more", page)
+        # Letter paper less its margins is 710 wide.
+        for place, words in ((page, "--window-size=1280,1000"),
+                             (page.replace("@media print", "@media all"), "--window-size=710,1000")):
+            found = self.found(place, MEASURE, words)
+            with self.subTest(words):
+                self.assertEqual((found["errors"], found["cut"], found["wide"]), ([], [], []))
+                self.assertGreater(found["texts"], 60)
+
+    def test_points_of_a_column_stand_below_each_other(self):
+        rows = re.findall(r"<tr><td><a href=\"#r1-s\d+\">.*?</tr>", self.many_sets(12))
+        self.assertEqual(len(rows), 12)
+        columns = zip(*(re.findall(r"<td[^>]*?(?: data-pad=\"([.\d]+)\")?>([^<]*)</td>", row) for row in rows))
+        padded = 0
+        for column in columns:
+            ends = set()  # places behind the point
+            for pad, shown in column:
+                if not re.fullmatch(r"-?\d+(\.\d+)?", shown):
+                    continue
+                decimals = len(shown.partition(".")[2])
+                self.assertEqual(pad.startswith("."), bool(pad) and decimals == 0)
+                ends.add(decimals + int(pad.strip(".") or 0))
+                padded += bool(pad)
+            self.assertLessEqual(len(ends - {0}), 1 if padded else 2, column)
+        self.assertGreater(padded, 5)
+
+    def test_small_figures_have_two_numbers_on_each_axis(self):
+        page = self.many_sets(30)
+        small = page[page.index('<div class="small">'):]
+        figures = re.findall(r"<svg.*?</svg>", small[:small.index("</div>")])
+        self.assertEqual(len(figures), 30)
+        for figure in figures:
+            for axis in ("num mid", "num end"):
+                self.assertGreaterEqual(figure.count(f'class="{axis}"'), 2)
+
     def test_page_of_several_models(self):
         write_input(self.dir / "one.in", "CPMG_const", [("s1", ["PAR R20 1 40"])],
                     [(100 + i, 5, 1) for i in range(20)], columns=3, labels=2)
@@ -724,7 +893,7 @@ class Browser(Case):
         # F = ((57 - 17)/2)/(17/17) = 20, p = (1 + 40/17)^-8.5
         p = (1 + 40 / 17) ** -8.5
         self.assertEqual(found, [[], "Smallest AIC: two, AICc: two, BIC: two.",
-                                 ["one", "two", "2", "17", "20.00", f"{p:.2g}", "a limit of the larger model"]])
+                                 ["one", "two", "2", "17", "20.00", f"{p:#.2g}", "a limit of the larger model"]])
 
 
 if __name__ == "__main__":

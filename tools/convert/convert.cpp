@@ -10,6 +10,8 @@
 #include "tables.h"
 #include "writer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -22,6 +24,7 @@ namespace {
 
 void listModels() {
   for (const Layout& layout : layouts()) std::cout << layout.model << '\n';
+  finishOutput();
 }
 
 double numberOf(const std::string& text, const std::string& option) {
@@ -92,11 +95,15 @@ void readShiftsInto(Choices& choices, const Options& options, Rejects& rejects) 
 RateRules rulesOf(const Options& options, const Layout& layout) {
   RateRules rules;
   rules.spin_lock = layout.spinLock();
+  rules.on_resonance = layout.onResonance();
   rules.counted_pulses = layout.countedPulses();
   rules.needs_time = layout.has('T');
   rules.needs_temperature = layout.needsTemperature();
   if (!options.i0.empty()) rules.i0 = numberOf(options.i0, "--I0");
   rules.i0_error = options.i0_error;
+  if (std::isfinite(rules.i0) && rules.i0_error) {
+    die("--I0-error: an intensity that --I0 states has no error");
+  }
   if (rules.i0 == 0.0) die("--I0: an intensity of 0 has no logarithm");
   if (options.floor.empty()) return rules;
   const bool percent = options.floor.back() == '%';
@@ -173,12 +180,43 @@ std::vector<std::string> methodOf(const std::vector<Reading>& readings, const Ra
   return lines;
 }
 
+/// An output in the place of a table would destroy what was measured.
+void checkOverwrite(const Options& options, const std::vector<Source>& sources) {
+  std::vector<std::string> paths = {options.shifts};
+  for (const Source& source : sources) paths.push_back(source.path);
+  for (const std::string& path : paths) {
+    std::error_code ignored;  // the output need not exist
+    if (std::filesystem::equivalent(options.output, path, ignored)) {
+      die("-o " + options.output + " is one of the tables");
+    }
+  }
+}
+
+/// A pattern and a name may both lead to a file; its points would count twice.
+void checkRepeats(const std::vector<Source>& sources) {
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    for (std::size_t k = 0; k < i; ++k) {
+      if (sources[k] == sources[i]) die(sources[i].path + " is given twice");
+    }
+  }
+}
+
+/// Names that are written otherwise in the table of shift differences would go unnoticed.
+void checkShifts(const Choices& choices, const Options& options,
+                 const std::vector<Reading>& readings) {
+  if (options.shifts.empty()) return;
+  const bool any = std::any_of(readings.begin(), readings.end(), [&](const Reading& reading) {
+    return choices.shifts_ppm.count(reading.name) > 0;
+  });
+  if (!any) die(options.shifts + " has none of the residues");
+}
+
 /// Writes a file beside the output and puts it in its place when it is complete.
 void writeFile(const std::string& path, const std::string& text) {
   std::error_code failed;
   const bool device =
       std::filesystem::exists(path, failed) && !std::filesystem::is_regular_file(path, failed);
-  const std::string beside = device ? path : path + ".part";
+  const std::string beside = device ? path : path + ".part" + std::to_string(getpid());
   std::ofstream file(beside, std::ios::binary);
   if (!file) die("cannot write '" + path + "': " + std::strerror(errno));
   file << text;
@@ -193,8 +231,8 @@ void writeFile(const std::string& path, const std::string& text) {
 
 void writeOut(const std::string& path, const std::string& text) {
   if (!path.empty()) return writeFile(path, text);
-  std::cout << text << std::flush;
-  if (!std::cout) die("cannot write to standard output");
+  std::cout << text;
+  finishOutput();
 }
 
 void run(const Options& options) {
@@ -208,12 +246,15 @@ void run(const Options& options) {
   for (const std::string& file : options.files) {
     for (const Source& source : readSource(file, options.defaults)) sources.push_back(source);
   }
+  checkOverwrite(options, sources);
+  checkRepeats(sources);
   std::vector<Reading> readings;
   for (const Source& source : sources) {
     for (const Reading& reading : readTable(source, rejects)) readings.push_back(reading);
   }
   selectResidues(readings, options);
   if (readings.empty()) die("there is no point in the files");
+  checkShifts(choices, options, readings);
   const auto notes = setErrors(readings, error_source, options.i0_error, rejects);
 
   choices.comments = originOf(sources);

@@ -37,10 +37,24 @@ ErrorSource chooseFor(const Experiment& experiment, ErrorSource wanted) {
   return everyPoint(experiment, hasError) ? ErrorSource::kFile : ErrorSource::kRepeats;
 }
 
+/// Ends the run when only some points have an error: not their absence is the trouble.
+void checkBare(const Experiment& experiment, const std::string& where) {
+  const auto without = [](const Reading* r) { return !r->reference && !hasError(*r); };
+  const auto first = std::find_if(experiment.begin(), experiment.end(), without);
+  const bool some = std::any_of(experiment.begin(), experiment.end(),
+                                [](const Reading* r) { return !r->reference && hasError(*r); });
+  if (first == experiment.end() || !some) return;
+  const Place& place = (*first)->place;
+  die(std::to_string(std::count_if(experiment.begin(), experiment.end(), without)) + " points at " +
+      where + " have no error, first " + place.file + ':' + std::to_string(place.line) +
+      ", and none is repeated; state --noise, or --errors file to leave them out");
+}
+
 std::string fromRepeats(const Experiment& experiment) {
   const PooledError pooled = poolRepeats({experiment.begin(), experiment.end()});
   const std::string where = describe(experiment.front()->at);
   if (pooled.freedom == 0) {
+    checkBare(experiment, where);
     die("no repeated points at " + where + " to take errors from; state --noise or noise=");
   }
   if (!(pooled.sigma > 0.0)) die("all repeated points at " + where + " are equal; state --noise");

@@ -33,8 +33,10 @@ std::string numbered(const std::vector<double>& values, const std::string& unit)
 }
 
 std::string codeName(int code, bool coherences) {
-  constexpr const char* kCoherences[] = {"N_SQ", "H_SQ", "ZQ", "DQ", "N_MQ", "H_MQ"};
-  if (coherences && code < 6) return kCoherences[code];
+  if (coherences && code < 6) {
+    constexpr const char* kCoherences[] = {"N_SQ", "H_SQ", "ZQ", "DQ", "N_MQ", "H_MQ"};
+    return kCoherences[code];
+  }
   return "code" + std::to_string(code);
 }
 

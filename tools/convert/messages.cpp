@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "messages.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cmath>
@@ -14,12 +15,21 @@ void die(const std::string& message) {
   std::exit(EXIT_FAILURE);
 }
 
+void finishOutput() {
+  std::cout.flush();
+  if (!std::cout) die("cannot write to standard output");
+}
+
 void Rejects::add(const Place& place, const std::string& reason) {
   add(place.file + ':' + std::to_string(place.line), reason);
 }
 
 void Rejects::add(const std::string& name, const std::string& reason) {
-  std::cerr << name << ": " << reason << '\n';
+  // Bytes of a file that is no table at all must not steer the terminal.
+  std::string text = name + ": " + reason;
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+  std::cerr << text << '\n';
   ++count_;
 }
 

@@ -7,6 +7,9 @@
 /// Ends the run with status 1 after "dravo-convert: MESSAGE" on standard error.
 [[noreturn]] void die(const std::string& message);
 
+/// Ends the run when not all of standard output could be written.
+void finishOutput();
+
 /// A line of a file.
 struct Place {
   std::string file;

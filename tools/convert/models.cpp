@@ -142,6 +142,11 @@ const Row* findRow(std::span<const Row> rows, const char* Row::*name, const std:
 
 }  // namespace
 
+bool Layout::onResonance() const {
+  const std::string name = model;
+  return spinLock() && name.size() > 3 && name.compare(name.size() - 3, 3, "_ON") == 0;
+}
+
 bool Layout::countedPulses() const { return std::string(model).rfind("MQCPMG_Matrix", 0) == 0; }
 
 bool Layout::needsTemperature() const {
@@ -156,9 +161,8 @@ const Layout* findLayout(const std::string& model) {
 }
 
 const ParmDefault* findDefault(const Layout& layout, const std::string& name) {
-  const std::string model = layout.model;
-  const bool on_resonance = model.size() > 3 && model.compare(model.size() - 3, 3, "_ON") == 0;
-  if (layout.spinLock() && !on_resonance && equalIgnoringCase(name, "dw")) return &kSignedShift;
+  const bool offsets = layout.spinLock() && !layout.onResonance();
+  if (offsets && equalIgnoringCase(name, "dw")) return &kSignedShift;
   return findRow<ParmDefault>(kDefaults, &ParmDefault::name, name);
 }
 

@@ -21,6 +21,8 @@ struct Layout {
     return std::string(columns).find(column) != std::string::npos;
   }
   [[nodiscard]] bool spinLock() const { return has('p'); }
+  /// The formula has no offset, although the data line has.
+  [[nodiscard]] bool onResonance() const;
   /// The matrix models of multiple-quantum coherence truncate T/tcp to a number of pulses.
   [[nodiscard]] bool countedPulses() const;
   /// The temperature enters the formula.

@@ -96,7 +96,9 @@ Options readOptions(int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& help) {
-    std::exit(app.exit(help));
+    const int status = app.exit(help);
+    finishOutput();
+    std::exit(status);
   } catch (const CLI::ParseError& error) {
     die(error.what());
   }

@@ -71,6 +71,10 @@ class Converter {
       reason = "the model needs the temperature: --temperature K or temperature=K";
       return false;
     }
+    if (rules_.on_resonance && reading.offset != 0.0) {
+      reason = "the model is one on resonance, the offset " + shortText(reading.offset) + " Hz";
+      return false;
+    }
     x0 = reading.frequency;
     if (rules_.spin_lock) return true;
     if (rules_.needs_time && !(reading.at.time > 0.0)) {
@@ -92,7 +96,9 @@ class Converter {
     if (!reading.is_rate && !fromIntensity(reading, point, reason)) return false;
     point.error =
         std::max({point.error, rules_.floor_rate, rules_.floor_fraction * std::fabs(point.rate)});
-    return true;
+    if (point.error > 0.0 && std::isfinite(1.0 / point.error)) return true;
+    reason = "the error of the rate is " + shortText(point.error);
+    return false;
   }
 
   bool fromIntensity(const Reading& reading, Point& point, std::string& reason) const {

@@ -10,6 +10,7 @@
 
 struct RateRules {
   bool spin_lock = false;          ///< the model is one of R1rho
+  bool on_resonance = false;       ///< the model takes every offset for 0
   bool counted_pulses = false;     ///< the model counts the pulses in T, see pulseRate
   bool needs_time = false;         ///< T is a column of the model
   bool needs_temperature = false;  ///< it enters the formula

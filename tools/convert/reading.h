@@ -4,9 +4,9 @@
 
 #include "messages.h"
 
-#include <compare>
 #include <limits>
 #include <string>
+#include <tuple>
 
 constexpr double kNotGiven = std::numeric_limits<double>::quiet_NaN();
 
@@ -19,7 +19,10 @@ struct Conditions {
   int code = 0;       ///< coherence (MQCPMG) or pulse train (RDC), as the models number them
   double time = 0.0;  ///< constant time T in s, 0 where none is needed
 
-  auto operator<=>(const Conditions&) const = default;
+  [[nodiscard]] auto tied() const {
+    return std::tie(temp_kelvin, field_mhz, concentration, code, time);
+  }
+  bool operator<(const Conditions& other) const { return tied() < other.tied(); }
 };
 
 /// One measured value.

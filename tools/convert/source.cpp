@@ -52,15 +52,16 @@ using Keys = std::map<std::string, std::string>;
 /// FILE and its keys: the last parts of the argument that look like KEY=VALUE.
 std::string splitArgument(const std::string& argument, Keys& keys) {
   std::vector<std::string> parts = splitAt(argument, ':');
+  std::string twice;
   while (parts.size() > 1 && parts.back().find('=') != std::string::npos) {
     const std::size_t equals = parts.back().find('=');
     const std::string key = parts.back().substr(0, equals);
-    if (keys.count(key) > 0) die(argument + ": '" + key + "' is given twice");
-    keys[key] = parts.back().substr(equals + 1);
+    if (!keys.insert({key, parts.back().substr(equals + 1)}).second) twice = key;
     parts.pop_back();
   }
+  if (!twice.empty()) die(argument + ": '" + twice + "' is given twice");
   std::string path = parts.front();
-  for (std::size_t i = 1; i < parts.size(); ++i) path += ':' + parts[i];
+  for (std::size_t i = 1; i < parts.size(); ++i) path.append(":").append(parts[i]);
   return path;
 }
 
@@ -122,6 +123,17 @@ void checkValue(Quantity quantity, const std::string& key, const std::string& te
   if (!parseNumber(number, value)) die(key + "=" + text + ": this is no number");
 }
 
+/// A slip here would cost a whole plane.
+std::vector<std::string> readSeries(const std::string& key, const std::string& text) {
+  std::vector<std::string> values = readList(text);
+  const auto bad = std::find_if(values.begin(), values.end(), [](const std::string& word) {
+    double value = 0.0;
+    return !isReferenceWord(word) && !parseNumber(word, value);
+  });
+  if (bad != values.end()) die(key + "=" + text + ": '" + *bad + "' is no number");
+  return values;
+}
+
 void setKey(Source& source, const std::string& key, const std::string& text) {
   Quantity quantity{};
   if (key == "format") {
@@ -135,7 +147,7 @@ void setKey(Source& source, const std::string& key, const std::string& text) {
     die("there is no key '" + key + "' of a file");
   } else if (quantity == Quantity::kCycles || quantity == Quantity::kFrequency) {
     source.series = quantity;
-    source.values = readList(text);
+    source.values = readSeries(key, text);
   } else {
     checkValue(quantity, key, text);
     source.constants[quantity] = text;
@@ -162,6 +174,8 @@ bool findQuantity(const std::string& name, Quantity& quantity) {
   }
   return false;
 }
+
+bool isReferenceWord(const std::string& text) { return equalIgnoringCase(text, "ref"); }
 
 std::string nameOf(Quantity quantity) {
   const auto* row = std::find_if(std::begin(kQuantities), std::end(kQuantities),

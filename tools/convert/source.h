@@ -27,6 +27,8 @@ enum class Quantity {
 
 /// The quantity of this column name, letter case ignored; false if there is none.
 [[nodiscard]] bool findQuantity(const std::string& name, Quantity& quantity);
+/// True for "ref", which stands for 0 cycles, in any letter case.
+[[nodiscard]] bool isReferenceWord(const std::string& text);
 /// The first name of a quantity, for messages.
 [[nodiscard]] std::string nameOf(Quantity quantity);
 
@@ -42,6 +44,8 @@ struct Source {
   Constants constants;                   ///< without cycles and frequency
   Quantity series = Quantity::kIgnored;  ///< kCycles or kFrequency when `values` holds any
   std::vector<std::string> values;       ///< one for each plane of the file
+
+  bool operator==(const Source&) const = default;
 };
 
 /// The files of one argument: its path may be a pattern or a directory, whose files are taken in

@@ -5,6 +5,7 @@
 #include "Text.h"  // equalIgnoringCase
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -78,8 +79,6 @@ class Fields {
   const Constants& columns_;
 };
 
-bool isReferenceWord(const std::string& text) { return equalIgnoringCase(text, "ref"); }
-
 bool readTemperature(const Fields& fields, double& kelvin, std::string& reason) {
   constexpr double kKelvinAtZeroCelsius = 273.15;
   const std::string* text = fields.find(Quantity::kTemperature);
@@ -89,7 +88,8 @@ bool readTemperature(const Fields& fields, double& kelvin, std::string& reason) 
     reason = "temperature '" + *text + "' is no number";
     return false;
   }
-  if (celsius) kelvin += kKelvinAtZeroCelsius;
+  // Rounded, or -10.1C and 263.05 would be two temperatures.
+  if (celsius) kelvin = std::round((kelvin + kKelvinAtZeroCelsius) * 1e6) / 1e6;
   if (kelvin >= 200.0) return true;
   reason = "temperature " + *text + " is not one in K; write 25C for degrees";
   return false;
@@ -168,6 +168,9 @@ std::string nameFault(const std::string& name) {
   if (name.empty()) return "no name";
   if (name.find_first_of(" \t,/") != std::string::npos) {
     return "the name '" + name + "' has a blank, a comma or a slash";
+  }
+  if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c) != 0; })) {
+    return "the name has an unprintable character";
   }
   return "";
 }
@@ -334,7 +337,7 @@ bool readHeadLine(const Line& line, const std::string& path, SeriesTable& table)
 
 /// The assignment, or peak and its number where there is none.
 std::string peakName(const SeriesTable& table, const Words& row) {
-  const std::string name = table.has("ASS") ? row[table.column("ASS")] : table.null_string;
+  std::string name = table.has("ASS") ? row[table.column("ASS")] : table.null_string;
   if (name != table.null_string && !equalIgnoringCase(name, "none")) return name;
   return table.has("INDEX") ? "peak" + row[table.column("INDEX")] : "";
 }
@@ -368,12 +371,14 @@ void addPeak(const Line& line, const SeriesTable& table, const Words& planes, As
     into.reject(line.number, table.vars[at] + " '" + row[at] + "' is no number");
     return;
   }
+  double null_value = kNotGiven;  // the table may write -666 as -666.0000
+  if (!parseNumber(table.null_value, null_value)) null_value = kNotGiven;
   Constants fields;
   fields[Quantity::kName] = peakName(table, row);
   for (std::size_t i = 0; i < planes.size(); ++i) {
     const std::string& text = row[table.column(planes[i])];
     double ratio = 0.0;
-    if (text == table.null_value || !parseNumber(text, ratio)) {
+    if (text == table.null_value || !parseNumber(text, ratio) || ratio == null_value) {
       into.reject(line.number, planes[i] + " '" + text + "' is no value");
       continue;
     }
@@ -475,6 +480,7 @@ std::string formatOf(const std::vector<Line>& lines) {
 
 std::vector<Reading> readTable(const Source& source, Rejects& rejects) {
   const std::vector<Line> lines = readLines(source.path);
+  const int rejected = rejects.count();
   const std::string format = source.format == "auto" ? formatOf(lines) : source.format;
   Assembler assembler(source, rejects);
   if (format == "nmrpipe") {
@@ -484,7 +490,11 @@ std::vector<Reading> readTable(const Source& source, Rejects& rejects) {
   } else {
     readPlain(lines, assembler);
   }
-  return assembler.take();
+  std::vector<Reading> readings = assembler.take();
+  if (readings.empty() && rejects.count() == rejected) {
+    rejects.add(source.path, "there is no point in it");
+  }
+  return readings;
 }
 
 std::map<std::string, double> readShifts(const std::string& path, Rejects& rejects) {

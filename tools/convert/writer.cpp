@@ -3,12 +3,14 @@
 #include "writer.h"
 
 #include "FuncLib.h"
-#include "Text.h"  // equalIgnoringCase
+#include "Text.h"    // equalIgnoringCase
+#include "errors.h"  // describe
 #include "labels.h"
 #include "source.h"  // splitAt
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 
@@ -46,14 +48,16 @@ void checkMethod(const std::string& line) {
   std::istringstream words(line);
   std::string word;
   words >> word;
-  const auto* row = std::find_if(std::begin(kMethods), std::end(kMethods),
-                                 [&](const Row& r) { return equalIgnoringCase(r.word, word); });
+  const Row* row = std::find_if(std::begin(kMethods), std::end(kMethods),
+                                [&](const Row& r) { return equalIgnoringCase(r.word, word); });
   if (row == std::end(kMethods)) die("there is no method '" + word + "'");
   std::size_t numbers = 0;
   double ignored = 0.0;
+  std::string bad;
   for (std::string text; words >> text; ++numbers) {
-    if (!parseNumber(text, ignored)) die("method " + word + ": '" + text + "' is no number");
+    if (bad.empty() && !parseNumber(text, ignored)) bad = text;
   }
+  if (!bad.empty()) die("method " + word + ": '" + bad + "' is no number");
   if (numbers != row->numbers) {
     die("method " + word + " takes " + std::to_string(row->numbers) + " numbers, not " +
         std::to_string(numbers));
@@ -293,14 +297,25 @@ class Writer {
     for (const std::string& method : methods) out_ << "METHOD " << method << '\n';
   }
 
+  /// The rates of the points that the parameter serves, in ascending order: those of all sets when
+  /// it is shared.
+  [[nodiscard]] std::vector<double> ratesOf(unsigned parm, const Set& own,
+                                            const std::string& key) const {
+    std::vector<double> rates;
+    for (const Set& set : sets_) {
+      if (!isShared(parm) && set.residue != own.residue) continue;
+      for (const DataLine& line : set.lines) {
+        if (keyOf(parm, line) == key) rates.push_back(line.rate);
+      }
+    }
+    std::sort(rates.begin(), rates.end());
+    return rates;
+  }
+
   /// Where R20 is searched: from a little below the lowest rate of these points; off resonance,
   /// where the lowest is near R1, around the middle.
   [[nodiscard]] Search searchR20(unsigned parm, const Set& set, const std::string& key) const {
-    std::vector<double> rates;
-    for (const DataLine& line : set.lines) {
-      if (key.empty() || keyOf(parm, line) == key) rates.push_back(line.rate);
-    }
-    std::sort(rates.begin(), rates.end());
+    const std::vector<double> rates = ratesOf(parm, set, key);
     const bool off_resonance = rules_.index("R1") >= 0;
     const double start = off_resonance ? rates[rates.size() / 2] : rates.front();
     return {0.8 * start, std::max(1.5 * start, rates.back()), 1, start};
@@ -313,6 +328,10 @@ class Writer {
     const auto shift = choices_.shifts_ppm.find(set.residue->name);
     const bool has_shift = shift != choices_.shifts_ppm.end() && (name == "dw" || name == "dwN");
     if (has_shift) search = searchShift(parm, shift->second);
+    for (double* value : {&search.low, &search.high, &search.start}) {
+      *value = std::strtod(shortText(*value, kRangeDigits).c_str(), nullptr);
+    }
+    // What the user chose is not rounded.
     const auto chosen = choices_.searches.find(name);
     if (chosen != choices_.searches.end()) search = chosen->second;
     const double lower = rules_.Get_LowerBound(parm);
@@ -335,9 +354,8 @@ class Writer {
   }
 
   void writeRange(const std::string& keyword, const std::string& name, const Search& search) {
-    const auto rounded = [](double value) { return shortText(value, kRangeDigits); };
-    out_ << keyword << ' ' << name << ' ' << rounded(search.low) << ' ' << rounded(search.high)
-         << ' ' << search.points << ' ' << rounded(search.start) << '\n';
+    out_ << keyword << ' ' << name << ' ' << shortText(search.low) << ' ' << shortText(search.high)
+         << ' ' << search.points << ' ' << shortText(search.start) << '\n';
   }
 
   void writeShared(unsigned parm) {
@@ -367,8 +385,8 @@ class Writer {
   void writeSet(const Set& set) {
     out_ << "\nSET " << set.residue->name << '\n';
     for (const Reference& reference : set.residue->references) {
-      comment("I0 at " + shortText(reference.at.field_mhz) + " MHz: " +
-              shortText(reference.intensity) + ", from " + std::to_string(reference.points));
+      comment("I0 at " + describe(reference.at) + ": " + shortText(reference.intensity) +
+              ", from " + std::to_string(reference.points));
     }
     const auto shift = choices_.shifts_ppm.find(set.residue->name);
     if (shift != choices_.shifts_ppm.end()) {
@@ -419,11 +437,16 @@ void checkChoices(Choices& choices) {
   choices.shared = shared;
   useModelNames(rules, choices.searches);
   useModelNames(rules, choices.fixed);
+  std::string concentration;  // the first that is not stated
   for (unsigned parm = 0; parm < rules.basePAR_size(); ++parm) {
     const std::string& name = rules.baseName(parm);
     const bool known = findDefault(*choices.layout, name) != nullptr || name == "R20" ||
                        choices.searches.count(name) + choices.fixed.count(name) > 0;
-    if (!known) die("state the concentration " + name + ", in mol/l: --fix " + name + "=VALUE");
+    if (!known && concentration.empty()) concentration = name;
+  }
+  if (!concentration.empty()) {
+    die("state the concentration " + concentration + ", in mol/l: --fix " + concentration +
+        "=VALUE");
   }
   for (const std::string& method : choices.methods) checkMethod(method);
 }

@@ -226,7 +226,7 @@ std::string legend(const Set& set, double left, double right, double y, int& row
   rows = 1;
   for (std::size_t k = 0; k < set.series.size(); ++k) {
     const std::string name = cleanText(set.series[k].name);
-    const double width = 26 + 6.6 * static_cast<double>(name.size());
+    const double width = 28 + 7.4 * static_cast<double>(name.size());
     if (x > left && x + width > right) {
       x = left;
       ++rows;
@@ -399,6 +399,26 @@ bool varies(const Along& along) {
   return range.high > range.low;
 }
 
+/// The title, or its beginning where it is long.
+std::string shortTitle(const std::string& title) {
+  constexpr std::size_t kMost = 14;
+  std::string clean = cleanText(title);
+  const auto begins = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; };
+  std::size_t letters = 0;
+  for (std::size_t i = 0; i < clean.size(); ++i) {
+    if (begins(clean[i]) && ++letters > kMost) return clean.substr(0, i) + "\xe2\x80\xa6";
+  }
+  return clean;
+}
+
+/// Height of the slanted titles below the axis.
+double titleRoom(const Run& run) {
+  constexpr double kRise = 5.8;  // of a letter: its width times the sine of 60 degrees
+  std::size_t longest = 0;
+  for (const Set& set : run.sets) longest = std::max(longest, shortTitle(set.title).size());
+  return 14 + kRise * static_cast<double>(longest);
+}
+
 std::string alongTicks(const Run& run, const Places& places, const Panel& p) {
   if (places.residues) return xAxis(p, true);
   std::string result = line("axis", p.left, p.bottom, p.right, p.bottom);
@@ -409,7 +429,7 @@ std::string alongTicks(const Run& run, const Places& places, const Panel& p) {
     const double x = p.x.place(places.x[s]);
     result += line("axis", x, p.bottom, x, p.bottom + 4);
     result += "<text class=\"num end\" transform=\"translate(" + at(x + 3) + ' ' +
-              at(p.bottom + 9) + ") rotate(-60)\">" + escaped(run.sets[s].title.substr(0, 12)) +
+              at(p.bottom + 9) + ") rotate(-60)\">" + escaped(shortTitle(run.sets[s].title)) +
               "</text>";
   }
   return result;
@@ -424,7 +444,7 @@ Figure alongFigure(const Run& run, const Along& along, const Places& places) {
   int rows = 0;
   const std::string names = along.series.size() > 1 ? legend(marks, 60, 630, 14, rows) : "";
   const double top = rows > 0 ? 10 + 17 * rows : 10;
-  const double bottom = places.residues ? 165 : 150;
+  const double bottom = 165;
   const Axis y(alongRange(along), 0.06, bottom, top, 4);
   const double left = 26 + numberWidth(y);
   const double pad =
@@ -434,7 +454,10 @@ Figure alongFigure(const Run& run, const Along& along, const Places& places) {
                 dataMarks(marks, p, true, run.sets.size() > 60 ? 2.2 : 3.0);
   const std::string unit = along.unit.empty() ? "" : " (" + prettyUnit(along.unit) + ")";
   figure.body += yLabel(12, (top + bottom) / 2, escaped(along.base + unit));
-  figure.body += text((left + 630) / 2, 205, "lab mid", places.residues ? "residue" : "set");
+  const double below = places.residues ? 28 : titleRoom(run);
+  figure.height = static_cast<int>(bottom + below + 17);
+  figure.body +=
+      text((left + 630) / 2, figure.height - 5, "lab mid", places.residues ? "residue" : "set");
   return figure;
 }
 
@@ -487,9 +510,9 @@ Figure smallFigure(const Run& run, const Set& set) {
     takePoints(other, false, x, unused);
   }
   takePoints(set, false, x, y);
-  const Axis y_axis(y, 0.05, 94, 6, 3);
+  const Axis y_axis(y, 0.05, 94, 6, 5);
   const double left = 6 + numberWidth(y_axis) + 4;
-  const Panel p{left, 6, 162, 94, Axis(x, 0.03, left, 162, 2), y_axis};
+  const Panel p{left, 6, 162, 94, Axis(x, 0.03, left, 162, 4), y_axis};
   figure.body = yAxis(p) + xAxis(p, true) + dataMarks(set, p, false, 1.7);
   return figure;
 }

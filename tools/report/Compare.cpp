@@ -78,7 +78,8 @@ void addTests(const std::vector<Run>& runs, Comparison& comparison) {
       test.rich = rich.run;
       test.extra = rich.parameters - simple.parameters;
       test.dof = rich.points - rich.parameters;
-      if (test.extra < 1 || test.dof < 1 || !(rich.chi > 0.0)) continue;
+      constexpr double kLeast = 1.0 - 1e-9;  // fractions of shared parameters add up with rounding
+      if (test.extra < kLeast || test.dof < kLeast || !(rich.chi > 0.0)) continue;
       test.f = (simple.chi - rich.chi) / test.extra / (rich.chi / test.dof);
       test.p = test.f > 0.0 ? gsl_cdf_fdist_Q(test.f, test.extra, test.dof) : 1.0;
       test.nesting = nestingOf(*runs[simple.run].model, *runs[rich.run].model);
@@ -117,6 +118,7 @@ Comparison compareSet(const std::vector<Run>& runs,
     if (!comparison.different.back().empty()) continue;
     comparison.criteria.push_back(
         makeCriteria(r, set.chi(), set.points, set.adjustable(), errors_known));
+    comparison.criteria.back().reduced_chi = set.reduced_chi.value;
   }
   addTests(runs, comparison);
   return comparison;
@@ -144,6 +146,7 @@ Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparis
     if (!different.empty()) continue;
     total.criteria.push_back(
         makeCriteria(r, runs[r].chi(), runs[r].report.points, runs[r].adjustable(), errors_known));
+    total.criteria.back().reduced_chi = runs[r].report.reduced_chi.value;
   }
   addTests(runs, total);
   return total;
@@ -151,19 +154,20 @@ Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparis
 
 }  // namespace
 
-double chiProbability(double chi, int dof) {
-  if (dof < 1 || !(chi >= 0.0)) return std::numeric_limits<double>::quiet_NaN();
+double chiProbability(double chi, double dof) {
+  if (!(dof > 0.0) || !(chi >= 0.0)) return std::numeric_limits<double>::quiet_NaN();
   return gsl_cdf_chisq_Q(chi, dof);
 }
 
-Criteria makeCriteria(std::size_t run, double chi, int points, int parameters, bool errors_known) {
+Criteria makeCriteria(std::size_t run, double chi, int points, double parameters,
+                      bool errors_known) {
   Criteria c;
   c.run = run;
   c.chi = chi;
   c.points = points;
   c.parameters = parameters;
   const double n = points;
-  const double k = errors_known ? parameters : parameters + 1;
+  const double k = errors_known ? parameters : parameters + 1.0;
   const double deviance = errors_known ? chi : n * std::log(chi / n);
   c.aic = deviance + 2.0 * k;
   if (n - k - 1.0 > 0.0) c.aicc = c.aic + 2.0 * k * (k + 1.0) / (n - k - 1.0);

@@ -12,13 +12,15 @@
 #include <vector>
 
 /// Upper tail of the chi-square distribution: how often noise alone gives more.
-double chiProbability(double chi, int dof);
+/// dof may have a fraction.
+double chiProbability(double chi, double dof);
 
 struct Criteria {
   std::size_t run = 0;
   double chi = 0.0;
   int points = 0;
-  int parameters = 0;  // adjustable
+  double parameters = 0.0;   // adjustable; in a set a shared one is a fraction
+  double reduced_chi = 0.0;  // as reported
   double aic = 0.0;
   double aicc = std::numeric_limits<double>::infinity();  // too few points for it
   double bic = 0.0;
@@ -28,8 +30,8 @@ struct FTest {
   enum class Nesting { kSameModel, kLimit, kUnknown };
   std::size_t simple = 0;  // runs
   std::size_t rich = 0;
-  int extra = 0;  // parameters that rich has more
-  int dof = 0;    // of rich
+  double extra = 0.0;  // parameters that rich has more
+  double dof = 0.0;    // of rich
   double f = 0.0;
   double p = 1.0;
   Nesting nesting = Nesting::kUnknown;
@@ -56,4 +58,5 @@ struct Comparisons {
 /// Empty for a single run.
 Comparisons compareRuns(const std::vector<Run>& runs);
 
-Criteria makeCriteria(std::size_t run, double chi, int points, int parameters, bool errors_known);
+Criteria makeCriteria(std::size_t run, double chi, int points, double parameters,
+                      bool errors_known);

@@ -26,10 +26,10 @@ struct Axes {
 struct Model {
   const char* name;
   const Axes* axes;
+  std::span<const ParameterRow> parameters;
   int columns;  // x values on a DATA line
   int labels;   // digits of the label word, 0: none
   Exchange exchange;
-  std::span<const ParameterRow> parameters;
   bool offset_first =
       false;  // R1rho with the offset in the first column, the spin lock in the second
 };

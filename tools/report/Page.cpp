@@ -31,10 +31,28 @@ std::string right(const std::string& inner) { return "<td class=\"r\">" + inner 
 
 /// A number with its exact text for sorting and, on hovering, for reading; one that is not finite
 /// is sorted last.
-std::string numberCell(const std::string& shown, const std::string& exact) {
+std::string numberCell(const std::string& shown, const std::string& exact,
+                       const std::string& pad = "") {
   const std::string key = std::isfinite(toNumber(exact)) ? escaped(exact) : "";
-  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + "\">" +
+  return "<td class=\"r\" data-v=\"" + key + "\" title=\"" + escaped(exact) + '"' + pad + '>' +
          escaped(shown) + "</td>";
+}
+
+/// -1 where the text is not of digits and a point alone.
+int decimalsOf(const std::string& shown) {
+  if (shown.find_first_not_of("-0123456789.") != std::string::npos) return -1;
+  const std::size_t point = shown.find('.');
+  return point == std::string::npos ? 0 : static_cast<int>(shown.size() - point) - 1;
+}
+
+/// The attribute by which the style sheet sets blanks behind a number with fewer decimals than its
+/// column, so that the points stand below each other and copied cells stay numbers.
+std::string padOf(const std::string& shown, int column) {
+  constexpr int kMost = 6;  // as many as there are rules
+  const int own = decimalsOf(shown);
+  const int missing = std::min(column - own, kMost);
+  if (own < 0 || missing <= 0) return "";
+  return std::string(" data-pad=\"") + (own == 0 ? "." : "") + std::to_string(missing) + '"';
 }
 
 /// Fixed decimals where the size allows it, so that the digits of a column stand below each other.
@@ -72,7 +90,7 @@ std::string errorCell(const std::optional<Number>& error) {
   return error ? numberCell(roundedError(error->value), error->text) : "<td></td>";
 }
 
-std::string probability(const Run& run, double chi, int dof) {
+std::string probability(const Run& run, double chi, double dof) {
   return run.errors_known ? probabilityText(chiProbability(chi, dof)) : "";
 }
 
@@ -100,10 +118,10 @@ class Page {
     if (runs_.size() > 1) comparison();
     for (std::size_t r = 0; r < runs_.size(); ++r) runSection(r);
     out_ +=
-        "</main>\n<footer>dravo-report " DRAVO_VERSION
+        std::string("</main>\n<footer>dravo-report ") + DRAVO_VERSION +
         ". Residuals are differences to the plotted curves, which are interpolated between their "
         "points. Hover over a rounded number for all its digits.</footer>\n<script>" +
-        std::string(kPageScript) + "</script>\n</body>\n</html>\n";
+        kPageScript + "</script>\n</body>\n</html>\n";
     return std::move(out_);
   }
 
@@ -180,22 +198,27 @@ class Page {
 
   void comparison() {
     out_ += "<h2 id=\"comparison\">Comparison of models</h2>\n<p>";
-    out_ +=
-        comparisons_.errors_known
-            ? "The errors of the points are taken as Gaussian, independent and of the stated size: "
-              "AIC = X2 + 2k, BIC = X2 + k ln n, with n points and k adjustable parameters. "
-            : "The errors of the points are not known, and taken as Gaussian, independent and all "
-              "equal: AIC = n ln(X2/n) + 2k, BIC = n ln(X2/n) + k ln n, with n points and k "
-              "counting the size of the error too. ";
-    out_ +=
-        "AICc = AIC + 2k(k + 1)/(n - k - 1). The smallest value of a criterion is in bold; "
-        "differences below 2 mean little. The F test asks how often noise alone would lower X2 as "
-        "much as the additional parameters did: it does not need the size of the errors, but the "
-        "smaller model must be a special case of the larger. Where it is a limit at the edge of a "
-        "range (no exchange: kex then means nothing) p is approximate. In a set, shared parameters "
-        "are counted in full, and its X2 is not the least it could have alone: trust the total "
-        "there. All criteria compare fits of the same points, which has been checked: "
-        "by x0, y and error.</p>\n";
+    const auto formula = [](const std::string& text) {
+      return "<span class=\"formula\">" + text + "</span>";
+    };
+    const std::string deviance = comparisons_.errors_known ? "X2" : "n ln(X2/n)";
+    out_ += std::string("The errors of the points are ") +
+            (comparisons_.errors_known
+                 ? "taken as Gaussian, independent and of the stated size: "
+                 : "not known, and taken as Gaussian, independent and all equal: ") +
+            formula("AIC = " + deviance + " + 2k") + ", " +
+            formula("AICc = AIC + 2k(k + 1)/(n - k - 1)") + ", " +
+            formula("BIC = " + deviance + " + k ln n") + ", with n points and k " +
+            (comparisons_.errors_known ? "adjustable parameters. "
+                                       : "counting the size of the error too. ") +
+            "The smallest value of a criterion is in bold; differences below 2 mean little.</p>\n"
+            "<p>The F test asks how often noise alone would lower X2 as much as the additional "
+            "parameters did: it does not need the size of the errors, but the smaller model must "
+            "be a special case of the larger. Where it is a limit at the edge of a range (no "
+            "exchange: kex then means nothing) p is approximate.</p>\n"
+            "<p>In a set, a shared parameter counts as one over the number of its sets, and X2 is "
+            "not the least that the set could have alone: trust the total there. All criteria "
+            "compare fits of the same points, which has been checked: by x0, y and error.</p>\n";
     warnDifferences();
     if (comparisons_.total.criteria.size() > 1) {
       out_ += "<h3>All sets together</h3>\n<p id=\"verdict\">Smallest AIC: " +
@@ -224,7 +247,8 @@ class Page {
     return best == nullptr ? "none" : link(runId(best->run), runs_[best->run].name);
   }
 
-  std::string criterionCell(const Comparison& c, const Criteria& one, double Criteria::*criterion) {
+  static std::string criterionCell(const Comparison& c, const Criteria& one,
+                                   double Criteria::*criterion) {
     const Criteria* best = c.best(criterion);
     const double value = one.*criterion;
     if (!std::isfinite(value)) return "<td class=\"r soft\" data-v=\"\">too few points</td>";
@@ -244,7 +268,7 @@ class Page {
     for (const Criteria& c : total.criteria) {
       const Run& run = runs_[c.run];
       out_ += "<tr>" + cell(link(runId(c.run), run.name)) + cell(run.model->name) +
-              right(std::to_string(c.points)) + right(std::to_string(c.parameters)) +
+              right(std::to_string(c.points)) + right(general(c.parameters, 6)) +
               right(chiText(c.chi)) + right(chiText(run.report.reduced_chi.value)) +
               right(escaped(probability(run, c.chi, run.report.dof))) +
               criterionCell(total, c, &Criteria::aic) + criterionCell(total, c, &Criteria::aicc) +
@@ -272,8 +296,8 @@ class Page {
     out_ += headCell("The smaller model is", false, false) + "</tr></thead><tbody>\n";
     for (const FTest& t : c.tests) {
       out_ += "<tr>" + cell(link(runId(t.simple), runs_[t.simple].name)) +
-              cell(link(runId(t.rich), runs_[t.rich].name)) + right(std::to_string(t.extra)) +
-              right(std::to_string(t.dof)) + right(chiText(t.f)) +
+              cell(link(runId(t.rich), runs_[t.rich].name)) + right(general(t.extra, 6)) +
+              right(general(t.dof, 6)) + right(chiText(t.f)) +
               right(escaped(probabilityText(t.p))) + cell(nestingText(t)) + "</tr>\n";
     }
     out_ += "</tbody></table></div>\n";
@@ -327,8 +351,7 @@ class Page {
         differences += runs_[r].name + " is not compared: " + c.different[r] + ". ";
         continue;
       }
-      const int dof = one->points - one->parameters;
-      out_ += numberCell(chiText(one->chi / dof), general(one->chi / dof, 6)) +
+      out_ += numberCell(chiText(one->reduced_chi), general(one->reduced_chi, 6)) +
               criterionCell(c, *one, &Criteria::aicc);
     }
     for (double Criteria::*criterion : {&Criteria::aicc, &Criteria::bic}) {
@@ -394,6 +417,12 @@ class Page {
       errors += ". The points have no errors: those of the parameters lack a scale";
     }
     fact("Errors", escaped(errors));
+    if (run.errors_known && run.shares()) {
+      fact("Probability",
+           "in a set, a shared parameter counts as one over the number of its sets; DoF counts it "
+           "in "
+           "full");
+    }
     out_ += "</dl>\n";
   }
 
@@ -473,31 +502,62 @@ class Page {
               headCell("error", true, true);
     }
     out_ += headCell("remarks", true, true) + "</tr></thead><tbody>\n";
-    for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, columns);
+    std::vector<Column> numbers;
+    numbers.reserve(columns.size());
+    for (const Parameter* p : columns) numbers.push_back(columnOf(run, p->name));
+    for (std::size_t s = 0; s < run.sets.size(); ++s) overviewRow(r, s, numbers);
     out_ += "</tbody></table></div>\n";
   }
 
-  void overviewRow(std::size_t r, std::size_t s, const std::vector<const Parameter*>& columns) {
+  static const Parameter* find(const Set& set, const std::string& name) {
+    const auto p = std::find_if(set.parameters.begin(), set.parameters.end(),
+                                [&name](const Parameter& q) { return q.name == name; });
+    return p == set.parameters.end() ? nullptr : &*p;
+  }
+
+  /// Two columns of the overview: value and error.
+  struct Column {
+    std::string name;
+    int value_decimals = 0;  // the most in any row
+    int error_decimals = 0;
+  };
+
+  static Column columnOf(const Run& run, const std::string& name) {
+    Column column{name};
+    for (const Set& set : run.sets) {
+      const Parameter* p = find(set, name);
+      if (p == nullptr) continue;
+      column.value_decimals = std::max(column.value_decimals, decimalsOf(valueText(*p)));
+      if (!(errorOf(*p) > 0.0)) continue;
+      column.error_decimals =
+          std::max(column.error_decimals, decimalsOf(roundedError(errorOf(*p))));
+    }
+    return column;
+  }
+
+  void overviewRow(std::size_t r, std::size_t s, const std::vector<Column>& columns) {
     const Run& run = runs_[r];
     const Set& set = run.sets[s];
     out_ += "<tr><td>" + link(setId(r, s), set.title) + "</td>" +
             right(std::to_string(set.points)) +
             numberCell(chiText(set.reduced_chi.value), set.reduced_chi.text);
     if (run.errors_known) {
-      const double p = chiProbability(set.chi(), set.dof);
+      const double p = chiProbability(set.chi(), set.shareDof());
       out_ += numberCell(probabilityText(p), general(p, 6));
     }
-    for (const Parameter* column : columns) {
-      const auto p = std::find_if(set.parameters.begin(), set.parameters.end(),
-                                  [column](const Parameter& q) { return q.name == column->name; });
-      if (p == set.parameters.end()) {
+    for (const Column& column : columns) {
+      const Parameter* p = find(set, column.name);
+      if (p == nullptr) {
         out_ += "<td data-v=\"\"></td><td data-v=\"\"></td>";
         continue;
       }
+      const std::string value = valueText(*p);
+      out_ += numberCell(value, p->value.text, padOf(value, column.value_decimals));
       const double error = errorOf(*p);
-      out_ += numberCell(valueText(*p), p->value.text);
-      out_ += error > 0.0 ? numberCell(roundedError(error), general(error, 6))
-                          : "<td data-v=\"\"></td>";
+      const std::string shown = roundedError(error);
+      out_ += error > 0.0
+                  ? numberCell(shown, general(error, 6), padOf(shown, column.error_decimals))
+                  : "<td data-v=\"\"></td>";
     }
     const std::size_t count = remarksOn(r, s);
     out_ += "<td class=\"r flag\" data-v=\"" + std::to_string(count) + "\">" +
@@ -531,7 +591,7 @@ class Page {
   void setSection(std::size_t r, std::size_t s) {
     const Run& run = runs_[r];
     const Set& set = run.sets[s];
-    const std::string p = probability(run, set.chi(), set.dof);
+    const std::string p = probability(run, set.chi(), set.shareDof());
     out_ += "<section class=\"set\" id=\"" + setId(r, s) + "\"><h3>" + escaped(set.title) +
             " <span class=\"soft unit\">X2/DoF " + escaped(chiText(set.reduced_chi.value)) +
             ", DoF " + std::to_string(set.dof) + (p.empty() ? "" : ", probability " + escaped(p)) +

@@ -47,12 +47,12 @@ class Remarker {
   std::vector<Remark> make() {
     for (const std::string& note : run_.notes) add("files", std::nullopt, "", note + ".");
     ofMinimisation();
-    ofChi(std::nullopt, run_.report.reduced_chi, run_.report.dof);
+    ofChi(std::nullopt, run_.report.reduced_chi, run_.report.dof, 0.0);
     ofMissingPlots();
     std::vector<std::string> seen;  // shared parameters are remarked on once
     for (std::size_t s = 0; s < run_.sets.size(); ++s) {
       const Set& set = run_.sets[s];
-      if (run_.sets.size() > 1) ofChi(s, set.reduced_chi, set.dof);
+      if (run_.sets.size() > 1) ofChi(s, set.reduced_chi, set.dof, set.spared);
       for (const Parameter& p : set.parameters) {
         if (p.status == Parameter::Status::kFixed) continue;
         std::optional<std::size_t> place = s;
@@ -94,11 +94,15 @@ class Remarker {
             last.label + "). Add METHOD ONEEX and look whether it falls further.");
   }
 
-  void ofChi(std::optional<std::size_t> set, const Number& reduced, int dof) {
+  void ofChi(std::optional<std::size_t> set, const Number& reduced, int dof, double spared) {
     if (!run_.errors_known) return;
-    const double p = chiProbability(reduced.value * dof, dof);
-    const std::string what = "X2/DoF is " + roundedTo(reduced.value, 0.1) + " with " +
-                             std::to_string(dof) + " degrees of freedom: ";
+    const double p = chiProbability(reduced.value * dof, dof + spared);
+    std::string what = "X2/DoF is " + roundedTo(reduced.value, 0.1) + " with " +
+                       std::to_string(dof) + " degrees of freedom";
+    if (spared > 0.0) {
+      what += ", " + general(dof + spared, 4) + " where shared parameters count in part";
+    }
+    what += ": ";
     if (p < kRare) {
       add("chi-square", set, "",
           what + "noise of the stated size gives as much or more with a probability " + inWords(p) +

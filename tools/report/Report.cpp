@@ -177,27 +177,67 @@ std::vector<std::vector<Value>> readSummary(const Report& report, const std::str
 
 /// The values of each pass over all sets. A jackknife without shared parameters has passes of
 /// single sets, which are not read.
-void readPasses(const Report& report, const std::string& path, Analysis& analysis) {
-  analysis.drawn.assign(report.sets.size(), {});
-  std::size_t set = 0;
-  std::size_t value = 0;
-  for (const std::string& line : linesOf(readFile(path))) {
-    const std::vector<std::string> fields = tabFields(line);
-    if (line.empty() || line[0] != '#') continue;
-    if (line.find(": GLOBAL X2/DoF\t") != std::string::npos) {
-      ++analysis.passes;
-      set = 0;
-    } else if (fields.size() == 1) {
-      ++set;
-      value = 0;
-    } else if (fields.size() == 3 && fields[1] != "X2/DoF" && set >= 1 &&
-               set <= report.sets.size()) {
-      auto& columns = analysis.drawn[set - 1];
-      if (value == columns.size()) columns.emplace_back();
-      columns[value++].push_back(toNumber(fields[2]));
+class PassReader {
+ public:
+  PassReader(const Report& report, Analysis& analysis) : report_(report), analysis_(analysis) {}
+
+  /// False when the file is of another fit or ends before its last pass does.
+  bool read(const std::string& path) {
+    analysis_.drawn.assign(report_.sets.size(), {});
+    const std::vector<std::string> lines = linesOf(readFile(path));
+    for (const std::string& line : lines) {
+      if (!line.empty() && line[0] == '#' && !readLine(line)) return false;
     }
+    // "Monte Carlo simulations (200)"
+    const std::size_t mark = lines.empty() ? std::string::npos : lines[0].find('(');
+    if (mark == std::string::npos) return false;
+    if (std::atoi(lines[0].c_str() + mark + 1) != analysis_.passes) return false;
+    for (std::size_t s = 0; s < report_.sets.size(); ++s) {
+      const auto& columns = analysis_.drawn[s];
+      const auto complete = [this](const std::vector<double>& column) {
+        return column.size() == static_cast<std::size_t>(analysis_.passes);
+      };
+      if (columns.size() != parameters(s) ||
+          !std::all_of(columns.begin(), columns.end(), complete)) {
+        return false;
+      }
+    }
+    return set_ == 0;
   }
-}
+
+ private:
+  std::size_t parameters(std::size_t set) const {
+    const auto& values = report_.sets[set].values;
+    return static_cast<std::size_t>(
+        std::count_if(values.begin(), values.end(), [](const Value& v) { return !v.quantity; }));
+  }
+
+  bool readLine(const std::string& line) {
+    const std::vector<std::string> fields = tabFields(line);
+    if (line.find(": GLOBAL X2/DoF\t") != std::string::npos) {
+      ++analysis_.passes;
+      const bool all = set_ == report_.sets.size();
+      set_ = 0;
+      return all;
+    }
+    if (fields.size() == 1) {
+      value_ = 0;
+      return ++set_ <= report_.sets.size();
+    }
+    if (fields.size() != 3 || fields[1] == "X2/DoF") return true;
+    if (set_ == 0 || value_ >= parameters(set_ - 1)) return false;
+    if (report_.sets[set_ - 1].values[value_].name != fields[1]) return false;
+    auto& columns = analysis_.drawn[set_ - 1];
+    if (value_ == columns.size()) columns.emplace_back();
+    columns[value_++].push_back(toNumber(fields[2]));
+    return isNumber(fields[2]);
+  }
+
+  const Report& report_;
+  Analysis& analysis_;
+  std::size_t set_ = 0;
+  std::size_t value_ = 0;
+};
 
 /// An analysis belongs to a report when it has the same names and, in its final report, values.
 bool belongs(const Report& report, const std::vector<std::vector<Value>>& sets, bool same_values) {
@@ -223,7 +263,15 @@ Report readReport(const std::string& path) { return Reader(path).read(); }
 std::optional<Analysis> readAnalysis(const Report& report, const std::string& kind,
                                      std::string& note) {
   const std::string stem = report.path + "-" + kind;
-  if (!fileExists(stem + ".sum") || !fileExists(stem + "-final.out")) return std::nullopt;
+  if (!fileExists(stem + ".sum") || !fileExists(stem + "-final.out")) {
+    const bool begun =
+        fileExists(stem) || fileExists(stem + ".sum") || fileExists(stem + "-final.out");
+    if (begun) {
+      note =
+          baseName(stem) + " was not finished: its .sum or -final.out is missing; it is not used";
+    }
+    return std::nullopt;
+  }
   Analysis analysis;
   analysis.means = readSummary(report, stem + ".sum");
   const Report last = readReport(stem + "-final.out");
@@ -233,6 +281,10 @@ std::optional<Analysis> readAnalysis(const Report& report, const std::string& ki
     note = baseName(stem) + ".sum and -final.out are not of this fit; they are not used";
     return std::nullopt;
   }
-  if (kind == "monte" && fileExists(stem)) readPasses(report, stem, analysis);
+  if (kind == "monte" && fileExists(stem) && !PassReader(report, analysis).read(stem)) {
+    analysis.drawn.assign(report.sets.size(), {});
+    analysis.passes = 0;
+    note = baseName(stem) + " is of another fit or incomplete; it is not searched for correlations";
+  }
   return analysis;
 }

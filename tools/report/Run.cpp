@@ -226,7 +226,7 @@ std::string addCurves(const Plot& plot, const Input& input, int digits, Set& set
   return next == 0 ? "the input has no PLOT line for its points" : "";
 }
 
-void addResiduals(Set& set, bool errors_known) {
+void addResiduals(Set& set, bool errors_known, int digits) {
   for (Series& series : set.series) {
     for (SeriesPoint& point : series.points) {
       for (const Curve& curve : series.curves) {
@@ -240,12 +240,14 @@ void addResiduals(Set& set, bool errors_known) {
   }
   // The curve may have other x1, x2 than the points of its labels: then the sum shows it.
   const double difference = std::fabs(set.residual_chi - set.chi());
-  set.residuals_agree = set.residuals < set.points || difference <= 0.02 * set.chi();
+  const double allowed = 0.02 + 0.5 * std::pow(10.0, 1 - digits);  // X2/DoF is rounded too
+  set.residuals_agree = set.residuals < set.points || difference <= allowed * set.chi();
 }
 
 void loadPlot(Run& run, Set& set, const std::string& directory) {
   const std::string path =
       (std::filesystem::path(directory) / (set.title + ".xmgr")).lexically_normal().string();
+  run.files.push_back(path);
   if (!fileExists(path)) {
     set.plot_note = "there is no plot file " + cleanText(path);
     return;
@@ -287,6 +289,10 @@ void loadSets(Run& run, const std::string& plots) {
       addAnalysis(parameter, run.monte, s, i, &Parameter::monte_mean, &Parameter::monte_error);
       set.parameters.push_back(parameter);
     }
+    for (const Parameter& parameter : set.parameters) {
+      if (parameter.status != Parameter::Status::kShared) continue;
+      set.spared += 1.0 - 1.0 / users.at(parameter.shared_name);
+    }
     set.series = makeSeries(run.input, input);
     loadPlot(run, set, plots);
     run.sets.push_back(std::move(set));
@@ -315,9 +321,15 @@ Run loadRun(const RunFiles& files) {
   }
   run.name = files.name.empty() ? std::filesystem::path(files.report).stem().string() : files.name;
   run.errors_known = run.input.errors && !files.no_errors;
+  run.files = {run.report.path, run.input.path};
+  for (const char* ending : {"-jack", "-monte"}) {
+    for (const char* part : {"", ".sum", "-final.out"}) {
+      run.files.push_back(run.report.path + ending + part);
+    }
+  }
   const auto parent = std::filesystem::path(files.report).parent_path();
   loadSets(run, files.plots.empty() ? parent.string() : files.plots);
-  for (Set& set : run.sets) addResiduals(set, run.errors_known);
+  for (Set& set : run.sets) addResiduals(set, run.errors_known, run.report.digits);
   if (run.x_label.empty()) run.x_label = run.model->axes->x;
   if (run.y_label.empty()) run.y_label = run.model->axes->y;
   return run;

@@ -44,6 +44,7 @@ struct Set {
   Number reduced_chi;
   int dof = 0;
   int points = 0;
+  double spared = 0.0;  // of the shared parameters, which dof counts in full: what other sets pay
   std::vector<Point> data;
   std::vector<Series> series;
   std::string plot_note;  // why there is no curve
@@ -52,7 +53,10 @@ struct Set {
   int residuals = 0;          // points that have one
 
   double chi() const { return reduced_chi.value * dof; }
-  int adjustable() const { return points - dof; }
+  /// Degrees of freedom where a shared parameter counts as one over the number of its sets, so that
+  /// those of all sets add up to those of the fit. X2 of a set is about as large as they are.
+  double shareDof() const { return dof + spared; }
+  double adjustable() const { return (points - dof) - spared; }
 };
 
 struct Run {
@@ -65,6 +69,7 @@ struct Run {
   bool has_monte = false;
   std::optional<Analysis> monte;
   std::vector<std::string> notes;  // files that were left out
+  std::vector<std::string> files;  // all that the run has
   std::string x_label;             // in the notation of Grace
   std::string y_label;
   std::vector<Set> sets;

@@ -19,6 +19,7 @@ a{color:var(--accent);text-decoration:none}
 a:hover,a:focus-visible{text-decoration:underline}
 sub,sup{line-height:0;font-size:75%}
 .soft{color:var(--soft)}
+.formula{white-space:nowrap}
 nav{margin:10px 0 0;display:flex;flex-wrap:wrap;gap:4px 18px}
 .wide{overflow-x:auto;margin:8px 0 14px}
 table{border-collapse:collapse;font-size:13.5px;font-variant-numeric:tabular-nums}
@@ -26,6 +27,18 @@ th{font-weight:600;text-align:left;color:var(--soft);white-space:nowrap;vertical
 th,td{padding:4px 13px 4px 0;border-bottom:1px solid var(--line)}
 td{white-space:nowrap}
 td.r,th.r{text-align:right}
+td[data-pad="1"]::after{content:"\2007"}
+td[data-pad=".1"]::after{content:"\2008\2007"}
+td[data-pad="2"]::after{content:"\2007\2007"}
+td[data-pad=".2"]::after{content:"\2008\2007\2007"}
+td[data-pad="3"]::after{content:"\2007\2007\2007"}
+td[data-pad=".3"]::after{content:"\2008\2007\2007\2007"}
+td[data-pad="4"]::after{content:"\2007\2007\2007\2007"}
+td[data-pad=".4"]::after{content:"\2008\2007\2007\2007\2007"}
+td[data-pad="5"]::after{content:"\2007\2007\2007\2007\2007"}
+td[data-pad=".5"]::after{content:"\2008\2007\2007\2007\2007\2007"}
+td[data-pad="6"]::after{content:"\2007\2007\2007\2007\2007\2007"}
+td[data-pad=".6"]::after{content:"\2008\2007\2007\2007\2007\2007\2007"}
 td.text{white-space:normal;min-width:34ch}
 tbody tr:hover{background:var(--wash)}
 th button{all:unset;position:relative;cursor:pointer;color:inherit;font-weight:600}
@@ -66,12 +79,21 @@ h2,h3{break-after:avoid}
 .set,.small a{content-visibility:visible}
 .wide{overflow:visible}
 table,.set table{font-size:7.8pt}
-th,td,.set th,.set td{padding:2px 7px 2px 0}
+th,td,.set th,.set td{padding:2px 6px 2px 0}
+th{white-space:normal}
+td:first-child{white-space:normal;overflow-wrap:anywhere}
 thead{display:table-header-group}
 th button::after{display:none}
-.along{grid-template-columns:1fr 1fr}
+.along{grid-template-columns:minmax(0,1fr)}
 .small{grid-template-columns:repeat(4,1fr)}
-.set .cols{grid-template-columns:minmax(0,1fr) minmax(0,1fr)}
+.set .cols{display:flex;flex-wrap:wrap;gap:6px 14px}
+.set .cols>div{flex:0 0 54%}
+.set .cols>div+div{flex:1 1 34%;min-width:min-content}
+.set .fig .num,.set .fig .leg{font-size:13px}
+.set .fig .lab{font-size:14px}
+.set{padding:2px 0 4px}
+.set h3{margin:10px 0 4px}
+h3+p{break-after:avoid}
 a{color:inherit}
 }
 )";

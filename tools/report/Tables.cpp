@@ -66,7 +66,7 @@ Json setRow(const Run& run, const Set& set) {
   row["dof"] = set.dof;
   row["reduced_chi_square"] = numberOf(set.reduced_chi.value);
   row["probability"] =
-      run.errors_known ? numberOf(chiProbability(set.chi(), set.dof)) : Json(nullptr);
+      run.errors_known ? numberOf(chiProbability(set.chi(), set.shareDof())) : Json(nullptr);
   row["curve_missing"] = set.plot_note.empty() ? Json(nullptr) : Json(cleanText(set.plot_note));
   row["series"] = Json::array();
   for (const Series& series : set.series) {
@@ -182,7 +182,7 @@ std::string makeCsv(const std::vector<Run>& runs) {
       "probability\n";
   for (const Run& run : runs) {
     for (const Set& set : run.sets) {
-      const double p = chiProbability(set.chi(), set.dof);
+      const double p = chiProbability(set.chi(), set.shareDof());
       const std::string probability = run.errors_known && std::isfinite(p) ? general(p, 6) : "";
       for (const Parameter& q : set.parameters) {
         for (const std::string& text :

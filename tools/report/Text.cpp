@@ -114,7 +114,9 @@ std::string roundedError(double error) {
 std::string probabilityText(double p) {
   if (!std::isfinite(p)) return "";
   if (p < 1e-6) return "< 1e-06";
-  return general(p, 2);
+  char text[32];
+  std::snprintf(text, sizeof text, "%#.2g", p);  // 0.90, not 0.9
+  return text;
 }
 
 std::string cleanText(std::string_view text) {

@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <iostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -126,8 +128,9 @@ void addFigures(Outputs& outputs, const std::string& directory, const std::vecto
     for (const Figure& figure : alongFigures(run)) {
       addFigure(outputs, directory, prefix + fileName(figure.name), figure);
     }
-    if (small.size() > 1)
+    if (small.size() > 1) {
       addFigure(outputs, directory, prefix + "multiples", gridOf(small, captions));
+    }
   }
 }
 
@@ -142,12 +145,25 @@ std::string pageTitle(const Options& o, const std::vector<Run>& runs) {
 void checkOverwrite(const Outputs& outputs, const std::vector<Run>& runs) {
   for (const auto& output : outputs) {
     for (const Run& run : runs) {
-      for (const std::string& path : {run.report.path, run.input.path}) {
+      for (const std::string& path : run.files) {
         std::error_code error;
-        if (std::filesystem::equivalent(output.first, path, error))
+        if (std::filesystem::equivalent(output.first, path, error)) {
           fail(output.first, "is a file of the run");
+        }
       }
     }
+  }
+}
+
+/// Of two outputs in one place only one would be left.
+void checkPlaces(const Outputs& outputs) {
+  std::set<std::string> places;
+  for (const auto& output : outputs) {
+    const std::string& path = output.first;
+    std::error_code error;  // the file need not exist
+    const auto full = std::filesystem::weakly_canonical(std::filesystem::absolute(path), error);
+    if (path == "/dev/null" || places.insert(error ? path : full.string()).second) continue;
+    fail(path == "-" ? "standard output" : path, "is where two outputs would go");
   }
 }
 
@@ -168,12 +184,14 @@ void makeReport(const Options& o) {
     html = std::filesystem::path(o.reports[0]).replace_extension(".html").string();
   }
   Outputs outputs;
-  if (!html.empty())
+  if (!html.empty()) {
     outputs.emplace_back(html, makePage(pageTitle(o, runs), runs, comparisons, remarks));
+  }
   if (!o.csv.empty()) outputs.emplace_back(o.csv, makeCsv(runs));
   if (!o.json.empty()) outputs.emplace_back(o.json, makeJson(runs, comparisons, remarks));
   if (!o.svg.empty()) addFigures(outputs, o.svg, runs);
   checkOverwrite(outputs, runs);
+  checkPlaces(outputs);
   if (!o.svg.empty()) {
     std::error_code error;
     std::filesystem::create_directories(o.svg, error);
@@ -182,18 +200,30 @@ void makeReport(const Options& o) {
   writeAll(outputs);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  gsl_set_error_handler_off();  // a tail that underflows is 0
+/// The exit status.
+int run(int argc, char** argv) {
   CLI::App app{"Makes a page, figures and tables of finished runs of dravo.", "dravo-report"};
   Options options;
   define(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 1;
+    const int status = app.exit(error);
+    std::cout.flush();
+    if (!std::cout) fail("standard output", "cannot be written");
+    return status == 0 ? 0 : 1;
   }
   makeReport(options);
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gsl_set_error_handler_off();  // a tail that underflows is 0
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {  // of the file system, or no memory
+    fail(error.what());
+  }
 }
