@@ -267,7 +267,8 @@ class ManyInputs(Case):
     def test_help_names_each_option_of_the_man_page(self):
         said = subprocess.run([WORKFLOW / "dravo-workflow", "--help"], text=True, capture_output=True).stdout
         page = (ROOT / "docs" / "dravo-workflow.1").read_text()
-        described = {"-" + word for word in re.findall(r"^\.It.* Fl (-[\w-]+)", page, re.MULTILINE)}
+        described = {f"-{word}" for line in re.findall(r"^\.It .*", page, re.MULTILINE)
+                     for word in re.findall(r"Fl (-[\w-]+)", line)}
         offered = set(re.findall(r"(?<!\w)--\w[\w-]*", said))
         self.assertEqual(offered, described)
         lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", ROOT / "docs/dravo-workflow.1"],
