@@ -457,6 +457,7 @@ class Slurm(Case):
             self.write(f"bin/{name}", text.format(cluster=f"'{cluster}'"), 0o755)
         self.write("bin/scancel", "#!/bin/sh\n", 0o755)
         self.environment["PATH"] = f"{self.place / 'bin'}:{os.environ['PATH']}"
+        self.environment["CI"] = "true"  # snakemake then asks for states each second, not every ten
         self.cluster = cluster
 
     def test_the_shipped_profile_runs_every_fit_as_a_job(self):
