@@ -271,15 +271,28 @@ def write_pages(plan, runs):
         write_pages(plan, [run for run in runs if run["name"] not in names])
 
 
+def named(entries):
+    """A line for each [label, message]."""
+    return [f"{label}: " + said.replace("\n", "\n    ") for label, said in entries]
+
+
+def told(entries):
+    """The same, but a message of several once."""
+    labels = {}
+    for label, said in entries:
+        labels.setdefault(said, []).append(label)
+    return named([own[0] + (f" and {len(own) - 1} more" if len(own) > 1 else ""), said]
+                 for said, own in labels.items())
+
+
 def text_report(plan, runs, failures, warnings):
     text = ""
     for run in runs:
         name = spec_of(run["node"])["name"]
         text += f"==== {run['name']}\n\n{read_text(pathlib.Path(run['node'], name + '.out'))}\n"
-    for heading, entries in (("Messages", warnings), ("Failed", failures)):
-        if entries:
-            text += f"==== {heading}\n\n" + "".join(
-                "{}: {}\n".format(label, said.replace("\n", "\n    ")) for label, said in entries) + "\n"
+    for heading, lines in (("Messages", told(warnings)), ("Failed", named(failures))):
+        if lines:
+            text += f"==== {heading}\n\n" + "\n".join(lines) + "\n\n"
     return text
 
 
