@@ -3,7 +3,7 @@
     jobs.py fit NODE | join NODE | collect
 
 The working directory is that of the results. plan.json there names the programs and all nodes; a node
-NODE, as runs/d9 or parts/d9/L48, has specs/NODE.json and inputs/NODE.in, and becomes the directory
+NODE, as runs/d9 or parts/d9/L48, has recipes/NODE.json and inputs/NODE.in, and becomes the directory
 NODE. This is made under another name, and NODE/status.json, which says that it is whole, comes with it.
 """
 # SPDX-License-Identifier: GPL-3.0-or-later
@@ -38,8 +38,8 @@ def write_text(path, text):
     path.write_bytes(text.encode("utf-8", "surrogateescape"))
 
 
-def spec_of(node):
-    return json.loads(pathlib.Path("specs", node + ".json").read_text())
+def recipe_of(node):
+    return json.loads(pathlib.Path("recipes", node + ".json").read_text())
 
 
 def status_of(node):
@@ -47,11 +47,11 @@ def status_of(node):
     try:
         return json.loads(pathlib.Path(node, "status.json").read_text())
     except (FileNotFoundError, json.JSONDecodeError):
-        return failure(spec_of(node), NOT_FINISHED)
+        return failure(recipe_of(node), NOT_FINISHED)
 
 
-def failure(spec, message):
-    return {"state": "failed", "failures": [[spec["label"], message]], "warnings": []}
+def failure(recipe, message):
+    return {"state": "failed", "failures": [[recipe["label"], message]], "warnings": []}
 
 
 class Workplace:
@@ -105,34 +105,34 @@ def run_program(command, place, log):
                 child.wait()
 
 
-def starting_text(node, spec):
+def starting_text(node, recipe):
     text = read_text(pathlib.Path("inputs", node + ".in"))
-    if not spec["start"]:
+    if not recipe["start"]:
         return text
-    fit = pathlib.Path(spec["start"], spec_of(spec["start"])["name"] + ".out")
+    fit = pathlib.Path(recipe["start"], recipe_of(recipe["start"])["name"] + ".out")
     values = [one.parameters() for one in read_report(read_text(fit), str(fit)).sets]
-    return Input(text, spec["label"]).started_at(values)
+    return Input(text, recipe["label"]).started_at(values)
 
 
 def fit(node):
-    spec, work = spec_of(node), Workplace(node)
-    if spec["start"] and status_of(spec["start"])["state"] != "good":
+    recipe, work = recipe_of(node), Workplace(node)
+    if recipe["start"] and status_of(recipe["start"])["state"] != "good":
         work.finish({"state": "failed", "failures": [], "warnings": []})  # the fit is named, not this
         return
-    name = spec["name"]
-    write_text(work.place / f"{name}.in", starting_text(node, spec))
+    name = recipe["name"]
+    write_text(work.place / f"{name}.in", starting_text(node, recipe))
     log = work.place / f"{name}.log"
     program = json.loads(PLAN.read_text())["program"]
-    code = run_program([program, "-i", f"{name}.in", "-o", f"{name}.out", *spec["words"]],
+    code = run_program([program, "-i", f"{name}.in", "-o", f"{name}.out", *recipe["words"]],
                        work.place, log)
     said = log.read_text(errors="backslashreplace")
     if not said:
         log.unlink()
     if code == 0:
-        warnings = [] if spec["start"] else [[spec["label"], line] for line in warnings_of(said)]
+        warnings = [] if recipe["start"] else [[recipe["label"], line] for line in warnings_of(said)]
         status = {"state": "good", "failures": [], "warnings": warnings}
     else:
-        status = failure(spec, message_of(said, code))
+        status = failure(recipe, message_of(said, code))
     work.finish(status)
 
 
@@ -142,7 +142,7 @@ class Part:
     """A finished node that is joined to another one."""
 
     def __init__(self, node):
-        self.stem = str(pathlib.Path(node, spec_of(node)["name"] + ".out"))
+        self.stem = str(pathlib.Path(node, recipe_of(node)["name"] + ".out"))
         self.report = read_report(self.text(""), self.stem)
 
     def text(self, suffix):
@@ -163,10 +163,10 @@ def merged(statuses, good):
 
 
 def join(node):
-    spec, work = spec_of(node), Workplace(node)
-    children = {"sets": join_sets, "monte": join_monte}[spec["kind"]]
-    status, files, text, plots = children(node, spec)
-    name = spec["name"]
+    recipe, work = recipe_of(node), Workplace(node)
+    children = {"sets": join_sets, "monte": join_monte}[recipe["kind"]]
+    status, files, text, plots = children(node, recipe)
+    name = recipe["name"]
     if files:
         write_text(work.place / f"{name}.in", text)
         for suffix, content in files.items():
@@ -180,64 +180,65 @@ def plots_of(node):
     return sorted(pathlib.Path(node).glob("*.xmgr"))
 
 
-def join_sets(node, spec):
+def join_sets(node, recipe):
     """(status, files, input, plots) of an input that was taken apart by its sets."""
-    statuses = [status_of(child) for child in spec["children"]]
+    statuses = [status_of(child) for child in recipe["children"]]
     usable = [i for i, status in enumerate(statuses) if status["state"] != "failed"]
     text = read_text(pathlib.Path("inputs", node + ".in"))
     if not usable:
         return merged(statuses, False), {}, text, []
-    parts = [Part(spec["children"][i]) for i in usable]
-    report = join_reports([part.report for part in parts], spec["unused"])
-    files = {"": write_report(report, spec["digits"])}
+    parts = [Part(recipe["children"][i]) for i in usable]
+    report = join_reports([part.report for part in parts], recipe["unused"])
+    files = {"": write_report(report, recipe["digits"])}
     for suffixes, joined in ((JACKKNIFE, join_jackknives), (SIMULATIONS, join_simulations_of_sets)):
         if all(part.has(suffixes) for part in parts):
             files |= joined(report, [part.files(suffixes) for part in parts])
     if len(usable) < len(statuses):
-        whole = Input(text, spec["label"])
-        text = whole.subset([whole.kept_sets()[i] for i in usable], "-noerr" in spec["words"])
-    plots = [plot for i in usable for plot in plots_of(spec["children"][i])]
+        whole = Input(text, recipe["label"])
+        text = whole.subset([whole.kept_sets()[i] for i in usable], "-noerr" in recipe["words"])
+    plots = [plot for i in usable for plot in plots_of(recipe["children"][i])]
     return merged(statuses, True), files, text, plots
 
 
-def join_monte(node, spec):
+def join_monte(node, recipe):
     """The same of a fit and its Monte Carlo analysis in parts."""
     text = read_text(pathlib.Path("inputs", node + ".in"))
-    statuses = [status_of(child) for child in [spec["fit"], *spec["parts"]]]
+    statuses = [status_of(child) for child in [recipe["fit"], *recipe["parts"]]]
     if statuses[0]["state"] != "good":
         return merged(statuses[:1], False), {}, text, []
-    fitted = Part(spec["fit"])
+    fitted = Part(recipe["fit"])
     report, parts = fitted.report, []
-    for child, status in zip(spec["parts"], statuses[1:]):
+    for child, status in zip(recipe["parts"], statuses[1:]):
         if status["state"] != "good":
             continue
         part = Part(child)
         if abs(part.report.reduced - report.reduced) <= SAME_FIT * report.reduced:
             parts.append(part)
         else:
-            status |= failure(spec_of(child), f"its own fit ends at X2/DoF = {part.report.reduced:g}, that of "
+            status |= failure(recipe_of(child),
+                              f"its own fit ends at X2/DoF = {part.report.reduced:g}, that of "
                               f"the others at {report.reduced:g}: the methods do not find one minimum")
-    files = {"": write_report(report, spec["digits"])}
+    files = {"": write_report(report, recipe["digits"])}
     if fitted.has(JACKKNIFE):
         files |= fitted.files(JACKKNIFE)
     if parts:
         files |= join_simulations(report, [part.text("-monte") for part in parts],
                                   parts[0].text("-monte-final.out"))
-    return merged(statuses, True), files, text, plots_of(spec["fit"])
+    return merged(statuses, True), files, text, plots_of(recipe["fit"])
 
 
 # ---- collection ----
 
 def usable_runs(plan):
     return [run for run in plan["runs"]
-            if pathlib.Path(run["node"], spec_of(run["node"])["name"] + ".out").exists()
+            if pathlib.Path(run["node"], recipe_of(run["node"])["name"] + ".out").exists()
             and status_of(run["node"])["state"] != "failed"]
 
 
 def report_command(plan, runs, *outputs):
     command = [plan["report_program"], *outputs]
     for run in runs:
-        stem = f"{run['node']}/{spec_of(run['node'])['name']}"
+        stem = f"{run['node']}/{recipe_of(run['node'])['name']}"
         command += [f"--input={stem}.in", f"--name={run['name']}", f"{stem}.out"]
     return command + (["--noerr"] if plan["noerr"] else [])
 
@@ -288,7 +289,7 @@ def told(entries):
 def text_report(plan, runs, failures, warnings):
     text = ""
     for run in runs:
-        name = spec_of(run["node"])["name"]
+        name = recipe_of(run["node"])["name"]
         text += f"==== {run['name']}\n\n{read_text(pathlib.Path(run['node'], name + '.out'))}\n"
     for heading, lines in (("Messages", told(warnings)), ("Failed", named(failures))):
         if lines:
