@@ -45,7 +45,7 @@ def check_control(package):
     version = re.search(r"^project\(dravo VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(),
                         re.MULTILINE)[1]
     expected = {"Package": "dravo", "Version": version, "Section": "science",
-                "Maintainer": "dravo developers", "Suggests": "grace"}
+                "Maintainer": "dravo developers", "Suggests": "grace, snakemake"}
     wrong = {name: fields.get(name) for name in expected if fields.get(name) != expected[name]}
     depends = {alternative.split()[0] for word in fields.get("Depends", "").split(",")
                for alternative in word.split("|")}
@@ -80,6 +80,9 @@ def check_files(target, build):
         wanted |= {target / "usr/bin" / page.stem, target / "usr/share/man/man1" / page.name}
     if companions:
         wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / "tools").rglob("README.md")}
+        library = target / "usr/share/dravo/workflow"
+        wanted |= {library / name for name in ("Snakefile", "inputs.py", "jobs.py", "outputs.py",
+                                               "slurm/config.yaml", "slurm/status.py")}
     for folder, kinds in (("examples", ("*",)), ("docs", ("*.md", "*.png"))):
         for kind in kinds:
             wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / folder).rglob(kind)
@@ -116,6 +119,16 @@ def check_demo(target, place):
         sys.exit("the installed program made no plot")
 
 
+def check_workflow(target, place):
+    """The installed companions find each other and what is installed with them."""
+    if not (target / "usr/bin/dravo-workflow").exists():
+        return
+    run([target / "usr/bin/dravo-workflow", "--cores", "1", f"{EXAMPLE}.in"], cwd=place)
+    table = (place / "results/table.csv").read_text()
+    if table.count(f"\n{EXAMPLE},") != 6:
+        sys.exit(f"the installed workflow makes this table:\n{table}")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", required=True)
@@ -129,6 +142,7 @@ def main():
         check_files(target, build)
         check_links(target)
         check_demo(target, top / "demo")
+        check_workflow(target, top / "demo")
     print(f"{package.name} works")
 
 

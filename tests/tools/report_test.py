@@ -619,10 +619,10 @@ class Models(Case):
 
 
 class Example(Case):
-    """The commands of tools/report/README.md and the table under them."""
+    """The commands of docs/report.md and the table under them."""
 
     def test_it_gives_what_it_shows(self):
-        readme = (ROOT / "tools/report/README.md").read_text()
+        readme = (ROOT / "docs/report.md").read_text()
         script, = re.findall(r"```sh\n(.*?)```", readme, re.DOTALL)
         (self.dir / "examples").symlink_to(ROOT / "examples")
         path = os.pathsep.join([os.path.dirname(REPORT), os.path.dirname(PROGRAM), os.environ["PATH"]])
