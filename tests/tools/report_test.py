@@ -360,7 +360,25 @@ class Comparison(Case):
         self.by_hand("one", GOOD)
         comparison = self.json_of("one.out", "two.out")["comparison"]
         self.assertEqual(comparison["total"]["not_compared"], [{"run": "two", "reason": "it has a set more, s2"}])
-        self.assertEqual([len(s["criteria"]) for s in comparison["sets"]], [2, 1])
+        self.assertEqual([(s["set"], len(s["criteria"])) for s in comparison["sets"]], [("s1", 2)])
+
+    def test_runs_of_other_sets_do_not_swell_the_comparison(self):
+        runs = []
+        for k in range(40):
+            title = "same" if k in (7, 9) else f"set{k}"
+            write_input(self.dir / f"r{k}.in", "Linear", [(title, ["PAR a -9 9", "PAR b -9 9"])], LINE)
+            write_report(self.dir / f"r{k}.out", "Linear", [(title, GOOD, 1.0, 10)], points=12)
+            runs.append(f"r{k}.out")
+        comparison = self.json_of(*runs)["comparison"]
+        self.assertEqual([c["run"] for c in comparison["total"]["criteria"]], ["r7", "r9"])
+        self.assertEqual([s["set"] for s in comparison["sets"]], ["same"])
+        page = self.run_report("-o", "-", *runs).stdout.decode()
+        section = page[page.index('<h2 id="comparison"'):]
+        section = section[:section.index("<h2", 5)]
+        self.assertIn("38 of 40 runs have no set that another run has too", section)
+        self.assertNotIn("set1", section)
+        apart = self.run_report("-o", "-", "r1.out", "r2.out").stdout.decode()
+        self.assertIn("nothing is compared", apart)
 
     def test_a_larger_model_that_fits_worse(self):
         self.by_hand("fixed", [GOOD[0], ("b", "3", None)], lines=["PAR a -9 9", "FIXED b 3"], chi=1.0)

@@ -88,12 +88,16 @@ void addTests(const std::vector<Run>& runs, Comparison& comparison) {
   }
 }
 
+bool has(const std::vector<std::string>& titles, const std::string& title) {
+  return std::find(titles.begin(), titles.end(), title) != titles.end();
+}
+
 /// All titles in the order of the first run that has them.
 std::vector<std::string> allTitles(const std::vector<std::vector<std::string>>& titles) {
   std::vector<std::string> all;
   for (const auto& list : titles) {
     for (const std::string& title : list) {
-      if (std::find(all.begin(), all.end(), title) == all.end()) all.push_back(title);
+      if (!has(all, title)) all.push_back(title);
     }
   }
   return all;
@@ -124,18 +128,18 @@ Comparison compareSet(const std::vector<Run>& runs,
   return comparison;
 }
 
-/// A run counts in the total when each of its sets has the data of the first run, and none is
+/// A run counts in the total when each of its sets has the data of the run `first`, and none is
 /// missing.
 Comparison compareTotal(const std::vector<Run>& runs, const std::vector<Comparison>& sets,
-                        const std::vector<std::vector<std::string>>& titles, bool errors_known) {
+                        const std::vector<std::vector<std::string>>& titles, std::size_t first,
+                        bool errors_known) {
   Comparison total;
   total.title = "all sets";
   for (std::size_t r = 0; r < runs.size(); ++r) {
     std::string different;
     for (const Comparison& set : sets) {
-      const bool in_first =
-          std::find(titles[0].begin(), titles[0].end(), set.title) != titles[0].end();
-      const bool here = std::find(titles[r].begin(), titles[r].end(), set.title) != titles[r].end();
+      const bool in_first = has(titles[first], set.title);
+      const bool here = has(titles[r], set.title);
       if (in_first && !here) different = "it has no set " + set.title;
       if (!in_first && here) different = "it has a set more, " + set.title;
       if (in_first && here) different = set.different[r];
@@ -204,6 +208,15 @@ Comparisons compareRuns(const std::vector<Run>& runs) {
   for (const std::string& title : allTitles(titles)) {
     result.sets.push_back(compareSet(runs, titles, title, result.errors_known));
   }
-  result.total = compareTotal(runs, result.sets, titles, result.errors_known);
+  const auto inSeveral = [&titles](const std::string& title) {
+    return std::count_if(titles.begin(), titles.end(),
+                         [&title](const auto& list) { return has(list, title); }) > 1;
+  };
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    if (std::any_of(titles[r].begin(), titles[r].end(), inSeveral)) result.runs.push_back(r);
+  }
+  const std::size_t first = result.runs.empty() ? 0 : result.runs.front();
+  result.total = compareTotal(runs, result.sets, titles, first, result.errors_known);
+  std::erase_if(result.sets, [&inSeveral](const Comparison& c) { return !inSeveral(c.title); });
   return result;
 }

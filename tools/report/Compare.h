@@ -51,8 +51,9 @@ struct Comparison {
 
 struct Comparisons {
   bool errors_known = true;
-  std::vector<Comparison> sets;
-  Comparison total;
+  std::vector<std::size_t> runs;  // those with a set that another run has too, by its title
+  std::vector<Comparison> sets;   // those that several runs have
+  Comparison total;               // of the runs that agree with the first of `runs`
 };
 
 /// Empty for a single run.

@@ -197,12 +197,16 @@ class Page {
   }
 
   void comparison() {
-    out_ += "<h2 id=\"comparison\">Comparison of models</h2>\n<p>";
+    out_ += "<h2 id=\"comparison\">Comparison of models</h2>\n";
+    if (comparisons_.runs.empty()) {
+      out_ += "<p>No set stands in two runs under the same title: nothing is compared.</p>\n";
+      return;
+    }
     const auto formula = [](const std::string& text) {
       return "<span class=\"formula\">" + text + "</span>";
     };
     const std::string deviance = comparisons_.errors_known ? "X2" : "n ln(X2/n)";
-    out_ += std::string("The errors of the points are ") +
+    out_ += std::string("<p>The errors of the points are ") +
             (comparisons_.errors_known
                  ? "taken as Gaussian, independent and of the stated size: "
                  : "not known, and taken as Gaussian, independent and all equal: ") +
@@ -232,12 +236,18 @@ class Page {
 
   void warnDifferences() {
     std::string items;
-    const auto& total = comparisons_.total.different;
-    for (std::size_t r = 0; r < total.size(); ++r) {
-      if (total[r].empty()) continue;
+    const std::size_t first = comparisons_.runs.front();
+    for (const std::size_t r : comparisons_.runs) {
+      const std::string& different = comparisons_.total.different[r];
+      if (different.empty()) continue;
       items += "<li data-kind=\"data-differ\">The data of " + link(runId(r), runs_[r].name) +
-               " are not those of " + link(runId(0), runs_[0].name) + " (" + escaped(total[r]) +
-               "): its X2 and criteria cannot be compared as a whole.</li>\n";
+               " are not those of " + link(runId(first), runs_[first].name) + " (" +
+               escaped(different) + "): its X2 and criteria cannot be compared as a whole.</li>\n";
+    }
+    if (const std::size_t others = runs_.size() - comparisons_.runs.size(); others > 0) {
+      items += "<li data-kind=\"data-differ\">" + std::to_string(others) + " of " +
+               std::to_string(runs_.size()) +
+               " runs have no set that another run has too, and are not compared.</li>\n";
     }
     if (!items.empty()) out_ += "<ul class=\"remarks\">\n" + items + "</ul>\n";
   }
@@ -326,8 +336,8 @@ class Page {
         "<h3>Set by set</h3>\n<div class=\"wide\"><table class=\"sortable\" id=\"set-criteria\">"
         "<thead><tr>" +
         headCell("Set", true, false);
-    for (const Run& run : runs_) {
-      out_ += headCell(escaped(run.name) + " <span class=\"unit\">X2/DoF</span>", true, true);
+    for (const std::size_t r : comparisons_.runs) {
+      out_ += headCell(escaped(runs_[r].name) + " <span class=\"unit\">X2/DoF</span>", true, true);
       out_ += headCell("<span class=\"unit\">AICc</span>", true, true);
     }
     out_ += headCell("best by AICc", true, false) + headCell("by BIC", true, false);
@@ -344,7 +354,7 @@ class Page {
   void setTableRow(const Comparison& c, const std::vector<Pair>& pairs) {
     std::string differences;
     out_ += "<tr>" + cell(escaped(c.title));
-    for (std::size_t r = 0; r < runs_.size(); ++r) {
+    for (const std::size_t r : comparisons_.runs) {
       const Criteria* one = c.of(r);
       if (one == nullptr) {
         out_ += "<td data-v=\"\"></td><td data-v=\"\"></td>";
