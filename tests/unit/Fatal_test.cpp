@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -22,7 +24,9 @@ class ThrownEnds {
   ThrownEnds() { setEndHandler(throwEnd); }
   ~ThrownEnds() { setEndHandler(nullptr); }
   ThrownEnds(const ThrownEnds&) = delete;
+  ThrownEnds(ThrownEnds&&) = delete;
   ThrownEnds& operator=(const ThrownEnds&) = delete;
+  ThrownEnds& operator=(ThrownEnds&&) = delete;
 };
 
 /// The status that a call ends the run with; -1 when it returns.
@@ -49,17 +53,14 @@ TEST(Fatal, HelpEndsThroughTheHandlerWithItsOwnStatus) {
 }
 
 TEST(Fatal, UnwindingReleasesWhatTheRunHolds) {
-  bool released = false;
-  struct Holder {
-    bool& flag;
-    ~Holder() { flag = true; }
-  };
+  auto outside = std::make_shared<int>(0);
+  const std::weak_ptr<int> seen = outside;
   std::ostringstream channel;
   thrownStatus([&] {
-    const Holder holder{released};
+    const std::shared_ptr<int> held = std::move(outside);
     fatal("", channel);
   });
-  EXPECT_TRUE(released);
+  EXPECT_TRUE(seen.expired());
 }
 
 TEST(FatalDeathTest, WithoutHandlerTheProcessExits) {
