@@ -18,7 +18,7 @@ import sys
 
 sys.dont_write_bytecode = True
 from inputs import Input  # noqa: E402
-from outputs import (OutputError, join_jackknives, join_reports, join_simulations,  # noqa: E402
+from outputs import (join_jackknives, join_reports, join_simulations,  # noqa: E402
                      join_simulations_of_sets, read_report, write_report)
 
 PLAN = pathlib.Path("plan.json")
