@@ -81,7 +81,7 @@ def check_files(target, build):
     if companions:
         wanted |= {doc / path.relative_to(ROOT) for path in (ROOT / "tools").rglob("README.md")}
         library = target / "usr/share/dravo/workflow"
-        wanted |= {library / name for name in ("Snakefile", "inputs.py", "jobs.py", "outputs.py",
+        wanted |= {library / name for name in ("Snakefile", "inputs.py", "jobs.py", "outputs.py", "plan.py",
                                                "slurm/config.yaml", "slurm/status.py")}
     for folder, kinds in (("examples", ("*",)), ("docs", ("*.md", "*.png"))):
         for kind in kinds:

@@ -10,6 +10,8 @@ import re
 SET_KEYWORDS = {"PAR", "REST", "FIXED", "DATA"}  # of the open set; skipped after #SET
 GLOBAL_KEYWORDS = {"GPAR", "GREST", "GFIXED"}
 OTHER_KEYWORDS = {"FUNCTION", "METHOD", "JACK", "JACK1", "MONTE", "MONTE1", "CALC", "PLOT", "PLOT2"}
+LEAST_WORDS = {"SET": 2, "#SET": 2, "PAR": 3, "REST": 4, "FIXED": 3, "DATA": 3, "GPAR": 4, "GREST": 4,
+               "GFIXED": 3, "MONTE": 2, "MONTE1": 2}
 LEAST_SIMULATIONS = 2  # of a MONTE line
 
 
@@ -39,9 +41,12 @@ class Set:
     declarations: list
     points: list  # lines
 
+    def dof(self):
+        return len(self.points) - sum(d.adjustable for d in self.declarations)
+
     def keeps(self):
         """The program leaves out a set without more points than adjustable parameters."""
-        return len(self.points) > sum(d.adjustable for d in self.declarations)
+        return self.dof() > 0
 
 
 def is_numeric(word):
@@ -79,15 +84,16 @@ class Input:
         for number, raw in enumerate(text.split("\n"), 1):
             line = self.read_line(raw.removesuffix("\r"), number)
             self.lines.append(line)
+            line.skipped = skipping and line.keyword in SET_KEYWORDS | {""}
+            if not line.skipped:
+                self.check_fields(line, number)
             if line.keyword in ("SET", "#SET"):
                 skipping = line.keyword == "#SET"
             if line.keyword == "SET":
                 self.sets.append(Set(line.words[1], [], []))
             # Comments stand with the set above them.
-            belongs = line.keyword in SET_KEYWORDS | {"", "SET", "#SET"}
-            if belongs and self.sets:
+            if self.sets and line.keyword in SET_KEYWORDS | {"", "SET"}:
                 line.owner = self.sets[-1]
-            line.skipped = belongs and skipping
             if not line.skipped:
                 self.take(line, number)
 
@@ -99,11 +105,14 @@ class Input:
         keyword = keyword_of(words)
         if keyword is None:
             self.fail(number, f"'{words[0]}' is no keyword")
-        least = {"SET": 2, "#SET": 2, "PAR": 3, "REST": 4, "FIXED": 3, "GPAR": 4, "GREST": 4,
-                 "GFIXED": 3, "MONTE": 2, "MONTE1": 2, "DATA": 3}.get(keyword, 1)
-        if keyword and len(words) < least:
-            self.fail(number, f"{keyword} needs more fields")
         return Line(text, words, keyword)
+
+    def check_fields(self, line, number):
+        if line.keyword and len(line.words) < LEAST_WORDS.get(line.keyword, 1):
+            self.fail(number, f"{line.keyword} needs more fields")
+        # No part has the #SET lines: the program would not see this one.
+        if line.keyword == "#SET" and len(line.words) > 2:
+            self.fail(number, "#SET takes one title; '# SET' begins a comment")
 
     def take(self, line, number):
         if line.keyword in GLOBAL_KEYWORDS:
@@ -153,6 +162,9 @@ class Input:
                               "the sets cannot be fitted by themselves")
         if not self.kept_sets():
             raise InputError(f"{self.name}: no set has more points than adjustable parameters")
+        if sum(one.dof() for one in self.kept_sets()) <= self.unused():
+            raise InputError(f"{self.name}: more adjustable parameters than data points, with those of "
+                             "GPAR and GREST lines that no set uses")
 
     def errors_off(self):
         """True when the first point has no error, which holds for all that follow. Points with and
@@ -189,10 +201,14 @@ class Input:
 
     # ---- simulations in parts ----
 
+    def monte_lines(self):
+        """Those of Monte Carlo analyses; the last one counts."""
+        return [line for line in self.lines if line.keyword in ("MONTE", "MONTE1")]
+
     def simulations(self):
-        """(keyword, number) of the analysis that will run: the last MONTE or MONTE1 line counts."""
-        found = [line for line in self.lines if line.keyword in ("MONTE", "MONTE1")]
-        return (found[-1].keyword, to_int(found[-1].words[1])) if found else None
+        """(keyword, number) of the analysis that will run, or None."""
+        lines = self.monte_lines()
+        return (lines[-1].keyword, to_int(lines[-1].words[1])) if lines else None
 
     def without_simulations(self):
         return "\n".join(line.text for line in self.lines if line.keyword not in ("MONTE", "MONTE1"))
@@ -200,10 +216,9 @@ class Input:
     def with_simulations(self, count):
         """An input that makes this many of the simulations, and no jackknife. Those of MONTE1 do not
         use the methods: without them the values of the fit stay as they are."""
-        keyword, _ = self.simulations()
-        last = [line for line in self.lines if line.keyword in ("MONTE", "MONTE1")][-1]
-        dropped = {"MONTE", "MONTE1", "JACK", "JACK1"} | ({"METHOD"} if keyword == "MONTE1" else set())
-        return "\n".join(f"{keyword} {count}" if line is last else line.text
+        last = self.monte_lines()[-1]
+        dropped = {"MONTE", "MONTE1", "JACK", "JACK1"} | ({"METHOD"} if last.keyword == "MONTE1" else set())
+        return "\n".join(f"{last.keyword} {count}" if line is last else line.text
                          for line in self.lines if line is last or line.keyword not in dropped)
 
     def started_at(self, values):

@@ -18,7 +18,7 @@ import sys
 
 sys.dont_write_bytecode = True
 from inputs import Input  # noqa: E402
-from outputs import (OutputError, join_jackknives, join_reports, join_simulations,  # noqa: E402
+from outputs import (join_jackknives, join_reports, join_simulations,  # noqa: E402
                      join_simulations_of_sets, read_report, write_report)
 
 PLAN = pathlib.Path("plan.json")
@@ -60,9 +60,10 @@ class Workplace:
     def __init__(self, node):
         self.node = pathlib.Path(node)
         self.node.parent.mkdir(parents=True, exist_ok=True)
-        for old in self.node.parent.glob(self.node.name + ".part-*"):  # of a step that was stopped
+        # No node is named so: names made of titles have no ~.
+        for old in self.node.parent.glob(self.node.name + "~*"):  # of a step that was stopped
             shutil.rmtree(old, ignore_errors=True)
-        self.place = self.node.with_name(f"{self.node.name}.part-{os.getpid()}")
+        self.place = self.node.with_name(f"{self.node.name}~{os.getpid()}")
         self.place.mkdir()
 
     def finish(self, status):
@@ -128,7 +129,9 @@ def fit(node):
     said = log.read_text(errors="backslashreplace")
     if not said:
         log.unlink()
-    if code == 0:
+    if code == 0 and not (work.place / f"{name}.out").exists():
+        status = failure(recipe, "it ended well but left no report: is it dravo?")
+    elif code == 0:
         warnings = [] if recipe["start"] else [[recipe["label"], line] for line in warnings_of(said)]
         status = {"state": "good", "failures": [], "warnings": warnings}
     else:
@@ -164,8 +167,8 @@ def merged(statuses, good):
 
 def join(node):
     recipe, work = recipe_of(node), Workplace(node)
-    children = {"sets": join_sets, "monte": join_monte}[recipe["kind"]]
-    status, files, text, plots = children(node, recipe)
+    joiner = {"sets": join_sets, "monte": join_monte}[recipe["kind"]]
+    status, files, text, plots = joiner(node, recipe)
     name = recipe["name"]
     if files:
         write_text(work.place / f"{name}.in", text)
@@ -195,7 +198,7 @@ def join_sets(node, recipe):
             files |= joined(report, [part.files(suffixes) for part in parts])
     if len(usable) < len(statuses):
         whole = Input(text, recipe["label"])
-        text = whole.subset([whole.kept_sets()[i] for i in usable], "-noerr" in recipe["words"])
+        text = whole.subset([whole.kept_sets()[i] for i in usable], recipe["noerr"])
     plots = [plot for i in usable for plot in plots_of(recipe["children"][i])]
     return merged(statuses, True), files, text, plots
 
@@ -247,7 +250,11 @@ def call_report(plan, runs, *outputs):
     """What dravo-report complains of, or ""."""
     done = subprocess.run(report_command(plan, runs, *outputs), stdin=subprocess.DEVNULL,
                           capture_output=True)
-    return "" if done.returncode == 0 else done.stderr.decode(errors="backslashreplace").strip()
+    if done.returncode == 0:
+        return ""
+    # One that is killed says nothing.
+    return done.stderr.decode(errors="backslashreplace").strip() or \
+        f"dravo-report {message_of('', done.returncode)}"
 
 
 def write_pages(plan, runs):
