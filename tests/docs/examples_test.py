@@ -7,7 +7,7 @@ data are made again, and without noise the fit returns their values.
 """
 # SPDX-License-Identifier: GPL-3.0-or-later
 import argparse
-import importlib.util
+import importlib
 import math
 import pathlib
 import re
@@ -213,9 +213,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", required=True)
     program = pathlib.Path(parser.parse_args().program).resolve()
-    spec = importlib.util.spec_from_file_location("make_synthetic", EXAMPLES / "make_synthetic.py")
-    synthetic = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(synthetic)
+    sys.path.insert(0, str(EXAMPLES))
+    synthetic = importlib.import_module("make_synthetic")
     wrong, models = [], set()
     paths = sorted(EXAMPLES.glob("*.in"))
     with tempfile.TemporaryDirectory() as folder:

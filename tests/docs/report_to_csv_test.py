@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 import argparse
 import csv
-import importlib.util
+import importlib
 import io
 import pathlib
 import subprocess
@@ -56,11 +56,9 @@ SHARED_TABLE = [
 
 
 def load_reader():
-    spec = importlib.util.spec_from_file_location("report_to_csv", READER)
-    module = importlib.util.module_from_spec(spec)
     sys.dont_write_bytecode = True
-    spec.loader.exec_module(module)
-    return module
+    sys.path.insert(0, str(READER.parent))
+    return importlib.import_module(READER.stem)
 
 
 def fit(program, place, text):

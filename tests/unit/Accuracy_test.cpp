@@ -590,7 +590,8 @@ std::string roundedUp(double number) {
   return text;
 }
 
-// Other compilers and mathematical libraries round elsewhere: twice what the document says passes.
+// Other compilers and mathematical libraries round elsewhere: differences may be twice those of the
+// page.
 TEST(Accuracy, OfEveryModelIsAsDocumented) {
   std::vector<doctable::Row> rows;
   std::vector<double> found;

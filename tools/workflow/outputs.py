@@ -325,23 +325,21 @@ def join_simulations(fit, parts, part_final):
 
 
 def summary_rows(one, columns):
-    text = ""
-    for (name, _, error, quantity), values in zip(one.values, columns):
-        if quantity:
-            text += f"\t\t{name}\t{shown(mean(values))}\t({shown(deviation(values))})\n"
-        else:
-            text += f"\t{name}\t{shown(mean(values)):>{WIDTH}}"
-            text += "\n" if error is None else f" ({shown(deviation(values))})\n"
-    return text
+    return value_rows(one, columns, "\t", lambda value, values: shown(mean(values)))
 
 
 def final_rows(one, columns):
+    return value_rows(one, columns, "    ", lambda value, values: again(value, USUAL_DIGITS))
+
+
+def value_rows(one, columns, indent, number):
+    """A line for each parameter and, indented further, each derived quantity, with its deviation."""
     text = ""
     for (name, value, error, quantity), values in zip(one.values, columns):
         if quantity:
-            text += f"\t    {name}\t{again(value, USUAL_DIGITS)}\t({shown(deviation(values))})\n"
+            text += f"\t{indent}{name}\t{number(value, values)}\t({shown(deviation(values))})\n"
         else:
-            text += f"\t{name}\t{again(value, USUAL_DIGITS):>{WIDTH}}"
+            text += f"\t{name}\t{number(value, values):>{WIDTH}}"
             text += "\n" if error is None else f" ({shown(deviation(values))})\n"
     return text
 
