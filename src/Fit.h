@@ -4,7 +4,7 @@
 // One class in several files: Fit.cpp drives the method list, Fit_chi.cpp evaluates chi-square,
 // Fit_levmar.cpp minimises it, Fit_search.cpp holds the search strategies, Fit_covar.cpp the
 // standard errors, Fit_report.cpp the report, Fit_jack.cpp and Fit_monte.cpp the error analyses,
-// Fit_final.cpp their files.
+// Fit_final.cpp their files, Fit_files.cpp the names of all files.
 #pragma once
 
 #include "Calc.h"
@@ -59,6 +59,9 @@ class Fit {
       const Xmgr& xmgr, std::string output_file, int verbosity, int precision,
       const Random& random = Random());
 
+  /// Ends the run when a file that it is going to write is its input file, or when the report is
+  /// also a plot. Warns of sets with the same title, whose plots are one file.
+  void checkFiles(const std::string& input_file) const;
   /// Runs the method list, then computes the standard errors. `jack`: a pass of an error analysis,
   /// which starts from the saved result and leaves it and the disk alone.
   void run_FIT(bool jack);
@@ -270,6 +273,13 @@ class Fit {
   void storeLocalErrors(const SetCovar& own, const SharedRows& shared_rows,
                         const std::vector<double>& shared_inverse);
 
+  // Fit_files.cpp
+  void keepInput(const std::string& input_file) const;
+  [[nodiscard]] std::vector<std::string> writtenFiles() const;
+  [[nodiscard]] std::string plotFile(int set) const { return pardef_.TITLE(set) + ".xmgr"; }
+  void keepReport() const;
+  void warnOfSharedPlots() const;
+
   // Fit_report.cpp
   void report_header(std::ostream& out, int n) const;
   void report_time(std::ostream& out) const;
@@ -292,6 +302,7 @@ class Fit {
   void storeSimulation(std::ostream& block, int k, const ParSet& origin);
 
   // Fit_final.cpp
+  [[nodiscard]] std::vector<std::string> analysisFiles() const;
   [[nodiscard]] std::ofstream openRunning(const std::string& suffix) const;
   void appendPass(std::ofstream& file, const std::string& block, const std::string& suffix) const;
   void finishRunning(std::ofstream& file, const std::string& suffix) const;

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iomanip>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -23,6 +24,9 @@ struct AnalysisNames {
 constexpr int kJack = 1;
 constexpr int kMonte = 2;
 
+constexpr const char* kSummary = ".sum";
+constexpr const char* kFinal = "-final.out";
+
 constexpr AnalysisNames kNames[] = {
     {},
     {"-jack", "# Jackknife error analysis results\n", "# Error Analysis: JACK"},
@@ -30,6 +34,16 @@ constexpr AnalysisNames kNames[] = {
 };
 
 }  // namespace
+
+std::vector<std::string> Fit::analysisFiles() const {
+  std::vector<std::string> names;
+  for (const int kind : {kJack, kMonte}) {
+    if ((kind == kJack ? calc_.getJackType() : calc_.getMonteType()) == 0) continue;
+    const std::string name = output_file_ + kNames[kind].suffix;
+    names.insert(names.end(), {name, name + kSummary, name + kFinal});
+  }
+  return names;
+}
 
 // ---- running files ----
 
@@ -93,17 +107,17 @@ void Fit::report_final(int kind) {
   if (kind != kJack && kind != kMonte) return;
   const std::string name = output_file_ + kNames[kind].suffix;
   // A file that cannot be opened is passed over; one that cannot be written in full is not.
-  if (std::ofstream file(name + ".sum"); file) {
+  if (std::ofstream file(name + kSummary); file) {
     reportSummary(file, kind);
-    closeFile(file, name + ".sum");
+    closeFile(file, name + kSummary);
   }
-  if (std::ofstream file(name + "-final.out"); file) {
+  if (std::ofstream file(name + kFinal); file) {
     report_header(file, method_.size());
     file << kNames[kind].final_title;
     if (kind == kMonte) file << calc_.getMonteIter();
     file << "\n\n";
     report_FinalParm(file, kind);
-    closeFile(file, name + "-final.out");
+    closeFile(file, name + kFinal);
   }
 }
 

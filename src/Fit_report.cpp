@@ -4,6 +4,7 @@
 #include "Fit.h"
 #include "Text.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,11 +76,13 @@ void Fit::reportGlobalChi(std::ostream& out) const {
   out << "Global X2/DoF\t" << shown(saved_.total() / dof) << " (DoF = " << dof << ")\n";
 }
 
+// ---- plots ----
+
 void Fit::plot_xmgr(int index, const std::string& title) {
   const std::span<const double> errors =
       xmgr_.isError() ? std::span<const double>(std_error_) : std::span<const double>();
   for (int set = 0; set < pardef_.SETsize(); ++set) {
-    const std::string name = pardef_.TITLE(set) + ".xmgr";
+    const std::string name = plotFile(set);
     std::ofstream file;
     // A title is no path: it never leads out of the working directory.
     const bool is_name =
@@ -96,10 +99,31 @@ void Fit::plot_xmgr(int index, const std::string& title) {
   }
 }
 
+// ---- stage directories ----
+
+namespace {
+
+/// Where a run came from, to go back to: ".." of a directory behind a symbolic link is elsewhere.
+class Here {
+ public:
+  Here() : directory_(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+  ~Here() { close(directory_); }
+  Here(const Here&) = delete;
+  Here& operator=(const Here&) = delete;
+
+  [[nodiscard]] bool comeBack() const { return fchdir(directory_) == 0; }
+
+ private:
+  int directory_;
+};
+
+}  // namespace
+
 void Fit::make_dir(int i, const std::string& label) {
   // The "0" is a fixed character: the tenth directory is 010-...
   const std::string name = "0" + std::to_string(i + 1) + "-" + label;
   constexpr mode_t kMode = 0755;
+  const Here parent;
   mkdir(name.c_str(), kMode);  // an existing one is reused; another failure shows on entering
   if (chdir(name.c_str()) != 0) fatal("no directory found\n");
   end_time_ = std::time(nullptr);
@@ -107,5 +131,5 @@ void Fit::make_dir(int i, const std::string& label) {
   saved_ = best_;
   report_fit(i + 1);
   if (xmgr_.isXmgr()) plot_xmgr(0, "");
-  if (chdir("..") != 0) fatal("no directory found\n");
+  if (!parent.comeBack()) fatal("no directory found\n");
 }

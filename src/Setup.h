@@ -30,6 +30,7 @@ class Setup {
   [[nodiscard]] int IsVerb() const { return verbosity_; }
   /// Digits of the parameter values in the report.
   [[nodiscard]] int GetPrec() const { return precision_; }
+  [[nodiscard]] const std::string& GetInputFile() const { return input_file_; }
   [[nodiscard]] const std::string& GetOutputFile() const { return output_file_; }
 
   /// Splits a line at tabs, commas and blanks into the token list; returns the number of tokens.

@@ -69,6 +69,7 @@ void run(int argc, const char* const* argv) {
   pardef.prep();
   Fit fit(version, funclib, method, pardef, calc, xmgr, setup.GetOutputFile(), setup.IsVerb(),
           setup.GetPrec());
+  fit.checkFiles(setup.GetInputFile());
   const bool plots = xmgr.isXmgr();
   fit.run_FIT(false);
   fit.report_fit(method.size());
