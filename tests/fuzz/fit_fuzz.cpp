@@ -120,6 +120,7 @@ std::string wholeRun(harness::ReadRun& run, int verbosity) {
   const harness::Workplace workplace;
   Fit fit("2.4.4", funclib, run.method, run.pardef, run.calc, run.xmgr, run.setup.GetOutputFile(),
           verbosity, run.setup.GetPrec(), Random(countedDraws));
+  fit.checkFiles(run.setup.GetInputFile());
   fit.run_FIT(false);
   fit.report_fit(run.method.size());
   if (run.xmgr.isXmgr()) fit.plot_xmgr(0, "");
