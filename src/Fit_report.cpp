@@ -109,7 +109,9 @@ class Here {
   Here() : directory_(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
   ~Here() { close(directory_); }
   Here(const Here&) = delete;
+  Here(Here&&) = delete;
   Here& operator=(const Here&) = delete;
+  Here& operator=(Here&&) = delete;
 
   [[nodiscard]] bool comeBack() const { return fchdir(directory_) == 0; }
 
