@@ -274,10 +274,10 @@ class Fit {
                         const std::vector<double>& shared_inverse);
 
   // Fit_files.cpp
-  void keepInput(const std::string& input_file) const;
+  void refuseToOverwriteInput(const std::string& input_file) const;
   [[nodiscard]] std::vector<std::string> writtenFiles() const;
   [[nodiscard]] std::string plotFile(int set) const { return pardef_.TITLE(set) + ".xmgr"; }
-  void keepReport() const;
+  void refuseToOverwriteReport() const;
   void warnOfSharedPlots() const;
 
   // Fit_report.cpp

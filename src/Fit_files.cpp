@@ -11,14 +11,14 @@
 namespace fs = std::filesystem;
 
 void Fit::checkFiles(const std::string& input_file) const {
-  keepInput(input_file);
+  refuseToOverwriteInput(input_file);
   if (xmgr_.isXmgr()) {
-    keepReport();
+    refuseToOverwriteReport();
     warnOfSharedPlots();
   }
 }
 
-void Fit::keepInput(const std::string& input_file) const {
+void Fit::refuseToOverwriteInput(const std::string& input_file) const {
   std::error_code ignored;  // most files are not there yet
   // A terminal or /dev/null may well be input and output.
   if (!fs::is_regular_file(input_file, ignored)) return;
@@ -37,7 +37,7 @@ std::vector<std::string> Fit::writtenFiles() const {
   return names;
 }
 
-void Fit::keepReport() const {
+void Fit::refuseToOverwriteReport() const {
   std::error_code ignored;  // without a working directory nothing will be written
   const auto placeOf = [&](const fs::path& path) {
     return fs::absolute(path, ignored).lexically_normal();
